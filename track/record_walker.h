@@ -1,0 +1,40 @@
+#pragma once
+
+#include "stream/io_stream.h"
+#include "track/priv_sample_header.h"
+
+namespace zrmp4 {
+
+// Walks the private records that a crash-safe recording lays into its media data, one after another: frames, copies
+// of user boxes, and at multiples of the backup unit the table groups with the zeros in front of them.
+class RecordWalker {
+ public:
+  enum class Record { kFrame, kUserBox, kTableGroup, kEnd };
+
+  // Walks within [start, end); backupUnit 0 means that no table groups stand in the way.
+  RecordWalker(IOStream* stream, ZR_U32 backupUnit, ZR_U64 start, ZR_U64 end)
+      : mStream(stream), mBackupUnit(backupUnit), mNext(start), mEnd(end) {}
+
+  // Moves to the next record; the stream then stands behind its header. kEnd when what follows is no whole record.
+  Record next();
+
+  const PrivSampleHeader& header() const { return mHeader; }  // of a frame or user box
+  ZR_U64 offset() const { return mOffset; }                   // where the record starts
+  ZR_U64 dataOffset() const { return mOffset + PrivSampleHeader::kSize; }
+  ZR_U64 endOffset() const { return mNext; }  // behind the record
+
+  // Whether a header can be one of a record: a user box carries no key flag, time stamp or empty body.
+  static bool Plausible(const PrivSampleHeader& header);
+
+ private:
+  Record readTableGroup(ZR_U64 at);
+
+  IOStream* mStream;
+  ZR_U32 mBackupUnit;
+  ZR_U64 mNext;
+  ZR_U64 mEnd;
+  ZR_U64 mOffset = 0;
+  PrivSampleHeader mHeader;
+};
+
+}  // namespace zrmp4
