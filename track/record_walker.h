@@ -15,25 +15,29 @@ class RecordWalker {
   RecordWalker(IOStream* stream, ZR_U32 backupUnit, ZR_U64 start, ZR_U64 end)
       : mStream(stream), mBackupUnit(backupUnit), mNext(start), mEnd(end) {}
 
-  // Moves to the next record; the stream then stands behind its header. kEnd when what follows is no whole record.
+  // Moves to the next record; the stream may then stand anywhere. kEnd when what follows is no whole record.
   Record next();
 
   const PrivSampleHeader& header() const { return mHeader; }  // of a frame or user box
   ZR_U64 offset() const { return mOffset; }                   // where the record starts
   ZR_U64 dataOffset() const { return mOffset + PrivSampleHeader::kSize; }
-  ZR_U64 endOffset() const { return mNext; }  // behind the record
+  ZR_U64 endOffset() const { return mNext; }           // behind the record
+  ZR_U32 userBoxSize() const { return mUserBoxSize; }  // of a user box; the rest of the record is its path
 
   // Whether a header can be one of a record: a user box carries no key flag, time stamp or empty body.
   static bool Plausible(const PrivSampleHeader& header);
 
  private:
-  Record readTableGroup(ZR_U64 at);
+  Record readRecord();
+  bool readUserBoxSize(ZR_U32 bodySize);
+  bool readTableGroup(ZR_U64 at);
 
   IOStream* mStream;
   ZR_U32 mBackupUnit;
   ZR_U64 mNext;
   ZR_U64 mEnd;
   ZR_U64 mOffset = 0;
+  ZR_U32 mUserBoxSize = 0;
   PrivSampleHeader mHeader;
 };
 
