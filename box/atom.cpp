@@ -164,14 +164,6 @@ void Atom::RemoveChild(Atom* child) {
   DecreaseSize(child->mHeader.size);
 }
 
-void Atom::IncreaseSize(ZR_U32 n) {
-  for (Atom* box = this; box != nullptr; box = box->mParent) box->mHeader.increaseAtomSize(n);
-}
-
-void Atom::DecreaseSize(ZR_U32 n) {
-  for (Atom* box = this; box != nullptr; box = box->mParent) box->mHeader.decreaseAtomSize(n);
-}
-
 int Atom::Dump(IOStream* stream, ZR_U32 depth) {
   putchar('+');
   for (ZR_U32 i = 0; i < depth; ++i) putchar('-');

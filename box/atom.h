@@ -55,8 +55,13 @@ class Atom {
   // Unlinks the child, which is the caller's from here on.
   void RemoveChild(Atom* child);
 
-  void IncreaseSize(ZR_U32 n);
-  void DecreaseSize(ZR_U32 n);
+  // Inline because tables grow with every frame.
+  void IncreaseSize(ZR_U32 n) {
+    for (Atom* box = this; box != nullptr; box = box->mParent) box->mHeader.increaseAtomSize(n);
+  }
+  void DecreaseSize(ZR_U32 n) {
+    for (Atom* box = this; box != nullptr; box = box->mParent) box->mHeader.decreaseAtomSize(n);
+  }
 
   const AtomHeader& header() const { return mHeader; }
   AtomHeader& header() { return mHeader; }

@@ -32,20 +32,12 @@ ZR_U64 AtomHeader::Length(ZR_U64 streamSize) const {
   return size == 1 ? largeSize : size;
 }
 
-void AtomHeader::increaseAtomSize(ZR_U32 n) {
-  if (size == 1) {
-    largeSize += n;
-  } else if (size != 0) {
-    size += n;
-  }
-}
-
-void AtomHeader::decreaseAtomSize(ZR_U32 n) {
-  if (size == 1) {
-    largeSize -= n;
-  } else if (size != 0) {
-    size -= n;
-  }
+ZR_U64 AtomHeader::Remaining(IOStream* stream) const {
+  const ZR_U64 passed = stream->getCurPos() - offset;
+  const ZR_U64 length = Length(stream->size());
+  const ZR_U64 inBox = length > passed ? length - passed : 0;
+  const ZR_U64 inStream = stream->remaining();
+  return inBox < inStream ? inBox : inStream;
 }
 
 int AtomHeader::rewriteAtomSize(IOStream* stream) {

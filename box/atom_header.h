@@ -24,8 +24,24 @@ class AtomHeader {
   // What the box declares as its whole length, with streamSize for a box that runs to the end.
   ZR_U64 Length(ZR_U64 streamSize) const;
 
-  void increaseAtomSize(ZR_U32 n);
-  void decreaseAtomSize(ZR_U32 n);
+  // What lies between the position and the end of this box, or of the stream when that comes first.
+  ZR_U64 Remaining(IOStream* stream) const;
+
+  // A box that runs to the end has no size to change.
+  void increaseAtomSize(ZR_U32 n) {
+    if (size == 1) {
+      largeSize += n;
+    } else if (size != 0) {
+      size += n;
+    }
+  }
+  void decreaseAtomSize(ZR_U32 n) {
+    if (size == 1) {
+      largeSize -= n;
+    } else if (size != 0) {
+      size -= n;
+    }
+  }
 
   // Patches the size that stands in the stream; the position is then behind the size.
   int rewriteAtomSize(IOStream* stream);
