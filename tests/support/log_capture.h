@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+// What the library logs while this object lives; nothing is printed. One at a time.
+class LogCapture {
+ public:
+  struct Line {
+    std::string module;
+    int level;
+    std::string text;
+  };
+
+  LogCapture() { clear(); }
+  ~LogCapture() { clear(); }
+
+  static void clear();
+  static std::vector<Line> lines();
+
+  // Lines that are this text, and lines of a module.
+  static int count(const std::string& text);
+  static bool has(const std::string& text) { return count(text) > 0; }
+  static int ofModule(const std::string& module);
+  // Lines that report a transfer cut short: one of the module "IO", or a table that was read in one go.
+  static int transferFailures();
+  // All of them, to be shown when an expectation fails.
+  static std::string all();
+};
