@@ -104,8 +104,8 @@ class MP4File : public ISOBaseMediaFile {
   };
   RecordStart BeginRecord();
   void DropRecord(const RecordStart& start);
-  bool OffsetFits(Track* track, const Track::Mp4Sample& sample);
-  ZR_U32 WriteRecord(Track* track, const Track::Mp4Sample& sample);
+  bool OffsetFits(const Track::Mp4Sample& sample);
+  ZR_U32 WriteRecord(Track* track, const Track::Mp4Sample& sample, ZR_U64* offset);
   void WriteProc(Track*, ZR_U64) {}
 
   VemoAtom* vemo() { return static_cast<VemoAtom*>(mVemo); }
@@ -115,15 +115,22 @@ class MP4File : public ISOBaseMediaFile {
   ZR_U32 TbgpSize();
   int WriteTbgp();
   ZR_U32 FlushTbgp();
-  ZR_U32 PrepareBackup(Track* track, const Track::Mp4Sample& sample);
+  bool NeedsFlush(ZR_U64 position, ZR_U32 size) const;
+  int MakeDurable();
+  ZR_U32 PrepareBackup(const Track::Mp4Sample& sample);
   int WriteUserRecord(const std::string& path, UserDefAtom* box, ZR_U32 length);
-  int KeepDurable(ZR_U64 pts);
 
   ZR_U32 WriteMoov();
-  int UpdateDurations(Track* track);
-  ZR_U64 ToMovieTime(ZR_U64 duration, ZR_U32 timeScale) const;
+  void FinishTracks();
+  ZR_U32 SettleMovieTimes();
+  ZR_U32 SettleTrack(Track* track, ZR_U32 movieTimeScale);
   ZR_U32 WriteUserAtom();
+  ZR_U32 FreeGap(ZR_U64 position) const;
   ZR_U32 WriteTail();
+
+  ZR_U32 TrakCount() const;
+  void FillFromTrackConfig(ZR_U32 index, zrMP4_TRACK_INFO_S* info);
+  ZR_U32 FillAudioInfo(ZR_U32 index, zrMP4_CODECID_E codec, zrMP4_AUDIO_INFO_S* audio);
 
   bool IsFinished();
   ZR_U32 CreateMoov();
@@ -163,6 +170,7 @@ class MP4File : public ISOBaseMediaFile {
   ZR_U64 mMaxFileSize = MP4_MAX_FILE_SIZE;
   std::unique_ptr<ZR_U8[]> mPaddingBuf;
   SyncSchedule mSyncSchedule;
+  ZR_U64 mLastPts = 0;  // of the last frame prepared
   TrackList mTracks;
 };
 
