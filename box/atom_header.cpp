@@ -32,10 +32,14 @@ ZR_U64 AtomHeader::Length(ZR_U64 streamSize) const {
   return size == 1 ? largeSize : size;
 }
 
-ZR_U64 AtomHeader::Remaining(IOStream* stream) const {
+ZR_U64 AtomHeader::RemainingInBox(IOStream* stream) const {
   const ZR_U64 passed = stream->getCurPos() - offset;
   const ZR_U64 length = Length(stream->size());
-  const ZR_U64 inBox = length > passed ? length - passed : 0;
+  return length > passed ? length - passed : 0;
+}
+
+ZR_U64 AtomHeader::Remaining(IOStream* stream) const {
+  const ZR_U64 inBox = RemainingInBox(stream);
   const ZR_U64 inStream = stream->remaining();
   return inBox < inStream ? inBox : inStream;
 }

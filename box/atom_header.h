@@ -24,7 +24,9 @@ class AtomHeader {
   // What the box declares as its whole length, with streamSize for a box that runs to the end.
   ZR_U64 Length(ZR_U64 streamSize) const;
 
-  // What lies between the position and the end of this box, or of the stream when that comes first.
+  // What lies between the position and the end that this box declares.
+  ZR_U64 RemainingInBox(IOStream* stream) const;
+  // The same, or up to the end of the stream when that comes first.
   ZR_U64 Remaining(IOStream* stream) const;
 
   // A box that runs to the end has no size to change.

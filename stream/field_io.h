@@ -23,6 +23,11 @@ class FieldIo {
   [[nodiscard]] bool be64(ZR_U64& value);
   [[nodiscard]] bool bytes(ZR_U8* data, ZR_U32 length);
 
+  // A type or brand, moved byte by byte.
+  [[nodiscard]] bool fourCharacters(ZR_U8 (&value)[4]) {
+    return byte(value[0]) && byte(value[1]) && byte(value[2]) && byte(value[3]);
+  }
+
   // A version byte and 24 bits of flags, as every full box begins.
   [[nodiscard]] bool versionAndFlags(ZR_U8& version, ZR_U32& flags) { return byte(version) && be24(flags); }
 

@@ -41,7 +41,8 @@ class Bytes {
   // Empty when they are the same, otherwise where they first differ.
   std::string difference(const std::vector<std::uint8_t>& other) const {
     for (std::size_t i = 0; i < mData.size() && i < other.size(); ++i) {
-      if (!mAny[i] && mData[i] != other[i]) return "at " + std::to_string(i) + Hex(mData, i) + " but got" + Hex(other, i);
+      if (mAny[i] || mData[i] == other[i]) continue;
+      return "at " + std::to_string(i) + Hex(mData, i) + ", but got" + Hex(other, i);
     }
     if (mData.size() == other.size()) return "";
     return std::to_string(mData.size()) + " bytes, but got " + std::to_string(other.size());
