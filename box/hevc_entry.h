@@ -62,24 +62,26 @@ class HvccAtom : public Atom {
   void UpdateProfileTierLevel(const HevcParser::ProfileTierLevel& ptl);
 
  private:
-  struct Kind;
-  static const Kind kKinds[4];
-  static constexpr ZR_U8 kVps = 32;
+  static constexpr ZR_U8 kVps = 32;  // NAL unit types
   static constexpr ZR_U8 kSps = 33;
   static constexpr ZR_U8 kPps = 34;
   static constexpr ZR_U8 kSei = 39;
   static constexpr ZR_U32 kArrays = 4;
 
+  struct Kind;
+  static const Kind kKinds[kArrays];
+
   struct Array {
-    ZR_U8 type;  // of its NAL units; bit 7, in files of other writers: the stream has no others
+    ZR_U8 type;  // of its NAL units, with a bit 7 of other writers that says: the stream has no others
     ParameterSetList sets;
   };
 
-  int add(ZR_U8 nalType, const ZR_U8* nalu, ZR_U16 size);
-  bool record(FieldIo& io);
+  int add(const Kind& kind, const ZR_U8* nalu, ZR_U16 size);
+  bool fixedFields(FieldIo& io);
   bool readArray(FieldIo& io, ZR_U32 index);
+  // The arrays that stand in mArrays: a file may have fewer, or more, which are kept unread.
   ZR_U32 arrayCount() const { return mNumOfArrays < kArrays ? mNumOfArrays : kArrays; }
-  const ParameterSetList* find(ZR_U8 nalType) const;
+  int indexOf(ZR_U8 nalType) const;  // of the array with these NAL units, or -1
   bool has(ZR_U8 nalType) const;
 
   HevcParser mParser;

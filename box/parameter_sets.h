@@ -53,8 +53,8 @@ class ParameterSetList {
   bool read(FieldIo& io, const AtomHeader& box, ZR_U32 count, const ReadTexts& texts);
 
  private:
-  // Where in the tree a set of these bytes stands, or would have to.
-  ParameterSet* const* place(ZR_U32 hash, const ZR_U8* data, ZR_U16 size) const;
+  // The link in the tree that leads to the set of these bytes, or that is null and would have to.
+  static ParameterSet** Place(ParameterSet** root, ZR_U32 hash, const ZR_U8* data, ZR_U16 size);
 
   ParameterSet* mFirst = nullptr;  // the root of the tree as well
   ParameterSet* mLast = nullptr;
