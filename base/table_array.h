@@ -4,6 +4,7 @@
 #include <new>
 #include <type_traits>
 
+#include "base/memory_out.h"
 #include "zr_mp4.h"
 
 namespace zrmp4 {
@@ -43,7 +44,10 @@ class TableArray {
     Block*& next = mLast != nullptr ? mLast->next : mFirst;
     if (next != nullptr) return true;
     Block* block = new (std::nothrow) Block;
-    if (block == nullptr) return false;
+    if (block == nullptr) {
+      NoteMemoryOut();
+      return false;
+    }
     block->next = nullptr;
     next = block;
     return true;

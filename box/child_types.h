@@ -1,7 +1,6 @@
 #pragma once
 
-#include <new>
-
+#include "base/make_or_null.h"
 #include "box/atom.h"
 
 namespace zrmp4 {
@@ -14,7 +13,7 @@ struct ChildType {
 
 template <typename Box>
 Atom* NewChild(const AtomHeader& header) {
-  return new (std::nothrow) Box(header);
+  return NewOrNull<Box>(header);
 }
 
 // "new %s atom no memory\n"

@@ -10,9 +10,8 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 
-#include "base/make_or_null.h"
+#include "base/clock.h"
 
 namespace zrmp4 {
 namespace {
@@ -25,12 +24,6 @@ constexpr ZR_U64 kWriteOutWindow = 1u << 20;  // write-out is started in steps o
 bool SyncWanted() {
   const char* choice = std::getenv("ZR_MP4_SYNC");
   return choice == nullptr || std::strcmp(choice, "off") != 0;
-}
-
-ZR_U64 NowMicroseconds() {
-  struct timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<ZR_U64>(now.tv_sec) * 1000000 + static_cast<ZR_U64>(now.tv_nsec) / 1000;
 }
 
 // A new name is safe from a power loss once its directory is.
@@ -162,6 +155,7 @@ ZR_U32 FileIOStream::rawRead(ZR_U8* data, ZR_U32 length) {
     ZR_U8* const to = direct ? data + moved : mBuffer.get();
     const ssize_t count = ::pread(mFd, to, direct ? left : ahead, static_cast<off_t>(position));
     if (count < 0 && errno == EINTR) continue;
+    if (count < 0) mReadFailed = true;
     if (count <= 0) break;
     if (direct) {
       moved += static_cast<ZR_U32>(count);
@@ -267,8 +261,8 @@ ZR_U32 FileIOStream::rawWrite(const ZR_U8* data, ZR_U32 length) {
 
 void FileIOStream::dropFrom(ZR_U64 position) {
   if (!startWriting()) return;
-  if (position >= mBase) {
-    mWriteAt = mBuffer.get() + std::min<ZR_U64>(position - mBase, buffered());
+  if (position >= mBase && position - mBase <= buffered()) {
+    mWriteAt = mBuffer.get() + (position - mBase);
     return;
   }
   mBase = position;
@@ -292,20 +286,29 @@ void FileIOStream::afterWrite() {
 #endif
 }
 
+void FileIOStream::setPreAllocUnit(ZR_U32 unit) {
+  mPreAllocUnit = unit;
+  mAllocatedEnd = mFileEnd;
+}
+
 // Space for the next unit is asked for when the current one is seven eighths full. A file system that cannot, or has
 // none left, does without: a full disk is the business of the write that meets it.
 void FileIOStream::preAllocate() {
 #if defined(FALLOC_FL_KEEP_SIZE)
-  while (mPreAllocUnit != 0 && mBase + mPreAllocUnit / 8 >= mAllocatedEnd) {
-    const ZR_U64 started = mProcOpt.pfnUpdateAllocTime != nullptr ? NowMicroseconds() : 0;
-    if (::fallocate(mFd, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(mAllocatedEnd), mPreAllocUnit) != 0) {
-      if (errno == EINTR) continue;
-      if (errno != ENOSPC) mPreAllocUnit = 0;
-      break;
-    }
-    mAllocatedEnd += mPreAllocUnit;
-    if (started != 0) mProcOpt.pfnUpdateAllocTime(mPath.c_str(), NowMicroseconds() - started);
+  const ZR_U64 wanted = mBase + mPreAllocUnit / 8;
+  if (wanted < mAllocatedEnd) return;
+  const ZR_U64 length = ((wanted - mAllocatedEnd) / mPreAllocUnit + 1) * mPreAllocUnit;
+  const ZR_U64 started = mProcOpt.pfnUpdateAllocTime != nullptr ? NowMicroseconds() : 0;
+  int result = -1;
+  do {
+    result = ::fallocate(mFd, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(mAllocatedEnd), static_cast<off_t>(length));
+  } while (result != 0 && errno == EINTR);
+  if (result == 0) {
+    mAllocatedEnd += length;
+  } else if (errno != ENOSPC) {
+    mPreAllocUnit = 0;
   }
+  if (started != 0) mProcOpt.pfnUpdateAllocTime(mPath.c_str(), NowMicroseconds() - started);
 #endif
 }
 

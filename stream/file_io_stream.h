@@ -46,12 +46,15 @@ class FileIOStream : public IOStream {
   // From now on write-out is started for every MiB behind the position, so that a sync finds little left to do.
   void keepWritingOut() { mWritesOut = mSyncs; }
 
-  // Forgets everything written at and behind this position, which is not behind the current one, and stands there.
+  // Stands at this position and forgets everything written behind it, in the buffer and in the file.
   void dropFrom(ZR_U64 position);
 
-  void setPreAllocUnit(ZR_U32 unit) { mPreAllocUnit = unit; }
+  // Pre-allocates in units of this from the present end of the file on.
+  void setPreAllocUnit(ZR_U32 unit);
   // The most that is read ahead of a small read; 0 for the whole buffer.
   void setReadAhead(ZR_U32 length) { mReadAhead = length; }
+  // Whether a read was ever refused by the system, as opposed to reaching the end.
+  bool readFailed() const { return mReadFailed; }
 
  protected:
   ZR_U32 rawRead(ZR_U8* data, ZR_U32 length) override;
@@ -72,6 +75,7 @@ class FileIOStream : public IOStream {
   bool mMayWrite = false;
   bool mWriting = false;  // the buffer is a write window
   bool mWritten = false;  // the file was changed
+  bool mReadFailed = false;
   bool mSyncs = false;
   bool mWritesOut = false;
   ZR_U32 mPreAllocUnit = 0;

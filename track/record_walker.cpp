@@ -25,7 +25,9 @@ RecordWalker::Record RecordWalker::readRecord() {
   if (mEnd - mNext < PrivSampleHeader::kSize) return Record::kEnd;
   PrivSampleHeader header;
   if (mStream->seek(static_cast<long long>(mNext), 0) != 0 || header.Read(mStream) != 0) return Record::kEnd;
-  if (!Plausible(header) || header.size > mEnd - mNext - PrivSampleHeader::kSize) return Record::kEnd;
+  if (!Plausible(header)) return Record::kEnd;
+  mCut = header.size > mEnd - mNext - PrivSampleHeader::kSize;
+  if (mCut) return Record::kEnd;
   if (header.trackId == 0 && !readUserBoxSize(header.size)) return Record::kEnd;
   mHeader = header;
   mOffset = mNext;
