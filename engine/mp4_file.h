@@ -91,6 +91,7 @@ class MP4File : public ISOBaseMediaFile {
   static constexpr ZR_U32 kInternalFailure = 0xFFFFFFFF;  // -1, where no public code names the cause
 
   int InitAtoms();
+  Track* MakeTrack(const zrMP4_TRACK_INFO_S* info);
   int AllocPaddingBuf();
   void FreePaddingBuf() { mPaddingBuf.reset(); }
   ZR_U32 ReadTopAtoms();
@@ -133,20 +134,27 @@ class MP4File : public ISOBaseMediaFile {
   ZR_U32 FillAudioInfo(ZR_U32 index, zrMP4_CODECID_E codec, zrMP4_AUDIO_INFO_S* audio);
 
   bool IsFinished();
+  void RestoreConfiguration();
   ZR_U32 CreateMoov();
   int CreateTraks();
   int RepairMoov(ZR_BOOL parseExtraFrames);
+  int RestoreLeadingUserAtoms();
   int ParseMediaParameter();
-  int ParseSnapshots();
+  void ParseSnapshots();
+  bool Covered(RecordWalker& cover, ZR_U64 offset);
   int FindAndParseNextTbgp();
   int CheckSnapshot(TbgpAtom& tbgp);
-  bool CoveredByRecord(ZR_U64 offset);
   int ParseUserDefAtom(ZR_U32 count, ZR_U64 end);
   int AddUserAtom(const RecordWalker& walker);
   int RepairStbl(StblAtom* snapshot, ZR_U32 trackId);
   int MergeStbl(StblAtom* out, StblAtom* in);
+  int MergeCo64(StblAtom* out, StblAtom* in, ZR_U32 samples);
+  int MergeStco(StblAtom* out, StblAtom* in, ZR_U32 samples);
   void ParseExtraFrame(ZR_U64* end);
-  int UpdateTrack(const RecordWalker& walker, bool zerosFollow);
+  bool RecoverFrame(const RecordWalker& walker);
+  int UpdateTrack(Track* track, const RecordWalker& walker);
+  bool ZerosFollow(ZR_U64 offset);
+  bool FollowedByRecord(const RecordWalker& walker);
 
   std::string mMode;
   ZR_U64 mMovieDuration = 0;  // movie time scale
@@ -166,7 +174,8 @@ class MP4File : public ISOBaseMediaFile {
   bool mVemoWritten = false;
   Atom* mVemo = nullptr;
   ZR_U64 mLastGoodEnd = 0;    // repair: behind the last intact recovery structure
-  ZR_U32 mParsedTbgp = 0;     // repair: table groups merged
+  ZR_U32 mParsedTbgp = 0;     // repair: multiples of the unit done with
+  ZR_U32 mMergedTbgp = 0;     // repair: table groups merged
   ZR_U64 mMaxFileSize = MP4_MAX_FILE_SIZE;
   std::unique_ptr<ZR_U8[]> mPaddingBuf;
   SyncSchedule mSyncSchedule;

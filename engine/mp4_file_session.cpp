@@ -120,9 +120,17 @@ Track* MP4File::AddTrack(const zrMP4_TRACK_INFO_S* info) {
   const std::lock_guard<std::mutex> lock(mLock);
   if (mMoov == nullptr) return ZR_FAIL(nullptr, "add track get moov fail\n");
   if (!recording()) return ZR_FAIL(nullptr, "add track fail, file is not being recorded\n");
+  Track* track = MakeTrack(info);
+  if (track != nullptr && mVemo != nullptr && (mVemoWritten || vemo()->addTrackInfo(info) != 0)) {
+    ZR_NOTE(1, "track[%u] is not protected, it cannot be repaired after a cut\n", mTracks.count());
+  }
+  return track;
+}
+
+// A trak under moov and the track that fills it.
+Track* MP4File::MakeTrack(const zrMP4_TRACK_INFO_S* info) {
   std::unique_ptr<TrakAtom> trak(CreateTrakAtom(info));
   if (trak == nullptr) return ZR_FAIL(nullptr, "add track fail due to create track atom fail\n");
-
   const int frameRate = info->enTrackType == ZR_MP4_TRACK_VIDEO  ? static_cast<int>(info->stVideoInfo.u32FrameRate)
                         : info->enTrackType == ZR_MP4_TRACK_META ? static_cast<int>(info->stMetaInfo.u32FrameRate)
                                                                  : 0;
@@ -133,9 +141,6 @@ Track* MP4File::AddTrack(const zrMP4_TRACK_INFO_S* info) {
   }
   mMoov->AddChild(trak.release());
   mTracks.add(track.get());
-  if (mVemo != nullptr && (mVemoWritten || vemo()->addTrackInfo(info) != 0)) {
-    ZR_NOTE(1, "track[%u] is not protected, it cannot be repaired after a cut\n", mTracks.count());
-  }
   return track.release();
 }
 
