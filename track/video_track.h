@@ -1,0 +1,32 @@
+#pragma once
+
+#include "track/track.h"
+
+namespace zrmp4 {
+
+// What the tracks of all video codecs share: frames that come as an Annex B byte stream, or whole; sync samples; and
+// the search for the codec's configuration in a file to be repaired.
+class VideoTrack : public Track {
+ public:
+  VideoTrack(IOStream* stream, TrakAtom* trak, MdatAtom* mdat, float speed, int frameRate, ZR_BOOL constantRate);
+
+  int FrameToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample* out) override;
+  int CreateTmpStbl() override;
+  int UpdateTmpStbl(ZR_U64 chunkOffset, const Mp4Sample& sample) override;
+
+  // Takes the codec's configuration from a sample and checks a key sample. 0 or -1.
+  virtual int ParseSample(const Mp4Sample& sample) = 0;
+
+ protected:
+  // Cuts a frame, as the caller gives it, into pieces: 0, or the result for FrameToSample.
+  virtual int cutFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) = 0;
+  // The same for a frame as it stands in the file.
+  virtual int cutStoredFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) = 0;
+  virtual bool everySampleIsSync() const = 0;
+
+  // Reads a whole frame from the file and parses it. *parsed says whether it was acceptable; -1 when it could not be
+  // read.
+  int parseStoredFrame(const PrivSampleHeader& header, ZR_U64 dataOffset, bool* parsed);
+};
+
+}  // namespace zrmp4
