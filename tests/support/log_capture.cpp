@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <mutex>
 
+#include "tests/support/alloc_faults.h"
 #include "zr_log.h"
 
 namespace {
@@ -30,6 +31,7 @@ extern "C" void ZR_LOG_Printf(const char* pszModule, int s32Level, const char* p
   va_start(arguments, pszFormat);
   std::vsnprintf(text, sizeof(text), pszFormat, arguments);
   va_end(arguments);
+  const AllocFaults::Pause ownMemory;
   const std::lock_guard<std::mutex> lock(gMutex);
   Lines().push_back({pszModule, s32Level, text});
 }
