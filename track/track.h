@@ -90,6 +90,7 @@ class Track {
 
   TrakAtom* trak() const { return mTrak; }
   ZR_U32 trackId() const { return mTrak->trackId(); }
+  bool isConstantRate() const { return mConstantRate != ZR_FALSE; }
   ZR_U32 sampleCount() const { return mSampleCount; }
   ZR_U32 sampleDuration() const { return mClock.duration(); }
   ZR_U64 firstPts() const { return mFirstPts; }
