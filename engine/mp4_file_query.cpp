@@ -103,16 +103,9 @@ ZR_U32 MP4File::GetTrackInfo(ZR_U32 index, zrMP4_TRACK_INFO_S* info) {
   if (CopyText(info->aszHdlrName, sizeof(info->aszHdlrName), name.data(), name.size()) != 0) {
     return ZR_FAIL(kInternalFailure, "snprintf_s HandlrName error\n");
   }
-  switch (hdlr->handlerKind()) {
-    case HdlrAtom::HANDLER_VIDEO:
-      info->enTrackType = ZR_MP4_TRACK_VIDEO;
-      break;
-    case HdlrAtom::HANDLER_SOUND:
-      info->enTrackType = ZR_MP4_TRACK_AUDIO;
-      break;
-    default:
-      info->enTrackType = ZR_MP4_TRACK_META;
-  }
+  info->enTrackType = hdlr->kind() == HdlrAtom::KIND_VIDEO   ? ZR_MP4_TRACK_VIDEO
+                      : hdlr->kind() == HdlrAtom::KIND_SOUND ? ZR_MP4_TRACK_AUDIO
+                                                             : ZR_MP4_TRACK_META;
   if (GetTimeScale(index, &info->u32TimeScale) != 0) return ZR_FAIL(kInternalFailure, "getTimeScale failed\n");
   zrMP4_CODECID_E codec = ZR_MP4_CODEC_H264;
   if (GetTrackCodecType(index, &codec) != 0) return ZR_FAIL(kInternalFailure, "getTrackCodecType failed\n");
