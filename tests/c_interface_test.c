@@ -1,0 +1,111 @@
+/* A recording and its reading back from a C program, with a log of its own in place of the library's. */
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "zr_log.h"
+#include "zr_mp4.h"
+
+static int gNotices;
+static int gErrors;
+
+void ZR_LOG_Printf(const char* pszModule, int s32Level, const char* pszFormat, ...) {
+    va_list arguments;
+    if (s32Level == ZR_LOG_LEVEL_NOTICE) ++gNotices;
+    if (s32Level != ZR_LOG_LEVEL_ERROR) return;
+    ++gErrors;
+    fprintf(stderr, "%s: ", pszModule);
+    va_start(arguments, pszFormat);
+    vfprintf(stderr, pszFormat, arguments);
+    va_end(arguments);
+}
+
+static int gHookCalls;
+
+static ZR_U32 countCalls(ZR_MP4_HANDLE handle, ZR_U32 timeScale, ZR_U64* duration) {
+    if (handle != 0 && timeScale == 8000 && *duration == 50 * 160) ++gHookCalls;
+    return 0;
+}
+
+#define EXPECT(condition)                                                 \
+    do {                                                                  \
+        if (!(condition)) {                                               \
+            fprintf(stderr, "line %d: not %s\n", __LINE__, #condition);   \
+            return 1;                                                     \
+        }                                                                 \
+    } while (0)
+
+static int record(const char* path) {
+    zrMP4_CONFIG_S config = {0};
+    zrMP4_TRACK_INFO_S track = {0};
+    zrMP4_FRAME_DATA_S frame = {0};
+    zrMP4_ATOM_INFO_S box = {0};
+    ZR_MP4_HANDLE file = 0;
+    ZR_MP4_TRACK_HANDLE audio = 0;
+    ZR_U8 bytes[160] = {0};
+    int i;
+
+    strcpy(config.aszFileName, path);
+    config.s32Fd = -1;
+    config.enConfigType = ZR_MP4_CONFIG_MUXER;
+    config.stMuxerConfig.u32VBufSize = 4096;
+    config.stMuxerConfig.u32BackupUnit = 524288;
+    EXPECT(ZR_MP4_Create(&file, &config) == 0);
+
+    track.enTrackType = ZR_MP4_TRACK_AUDIO;
+    track.u32TimeScale = 8000;
+    track.fSpeed = 1.0f;
+    strcpy(track.aszHdlrName, "Sound");
+    track.stAudioInfo.u32Channels = 1;
+    track.stAudioInfo.u32SampleRate = 8000;
+    track.stAudioInfo.u32SamplePerFrame = 160;
+    track.stAudioInfo.u16SampleSize = 16;
+    track.stAudioInfo.enCodecID = ZR_MP4_CODEC_G711U;
+    EXPECT(ZR_MP4_CreateTrack(file, &audio, &track) == 0);
+
+    frame.pu8DataBuffer = bytes;
+    frame.u32DataLength = sizeof(bytes);
+    for (i = 0; i < 50; ++i) {
+        frame.u64TimeStamp = (ZR_U64)i * 20000;
+        EXPECT(ZR_MP4_WriteFrame(file, audio, &frame) == 0);
+    }
+    box.u32DataLen = 5;
+    strcpy(box.aszType, "note");
+    box.pu8DataBuf = bytes;
+    EXPECT(ZR_MP4_AddAtom(file, "/moov", &box) == 0);
+    EXPECT(ZR_MP4_DestroyAllTracks(file, countCalls) == 0);
+    EXPECT(gHookCalls == 1);
+    EXPECT(ZR_MP4_Destroy(file, NULL) == 0);
+    EXPECT(ZR_MP4_RepairFile(path, ZR_TRUE) == 0);
+    return 0;
+}
+
+static int readBack(const char* path) {
+    zrMP4_CONFIG_S config = {0};
+    zrMP4_FILE_INFO_S info = {0};
+    zrMP4_ATOM_INFO_S box = {0};
+    ZR_MP4_HANDLE file = 0;
+    ZR_U8 bytes[5];
+
+    strcpy(config.aszFileName, path);
+    config.s32Fd = -1;
+    config.enConfigType = ZR_MP4_CONFIG_DEMUXER;
+    EXPECT(ZR_MP4_Create(&file, &config) == 0);
+    EXPECT(ZR_MP4_GetFileInfo(file, &info) == 0);
+    EXPECT(info.u32TrackNum == 1 && info.u32BackupUnit == 524288 && strcmp(info.aszHdlrName, "Sound") == 0);
+    EXPECT(ZR_MP4_GetAtom(file, "/moov/note", &box) == ZR_ERR_MP4_ATOM_BUF);
+    EXPECT(box.u32DataLen == sizeof(bytes));
+    box.pu8DataBuf = bytes;
+    EXPECT(ZR_MP4_GetAtom(file, "/moov/note", &box) == 0);
+    EXPECT(strcmp(box.aszType, "note") == 0);
+    EXPECT(ZR_MP4_Destroy(file, NULL) == 0);
+    return 0;
+}
+
+int main(int argc, char** argv) {
+    if (argc != 2) return 2;
+    if (record(argv[1]) != 0 || readBack(argv[1]) != 0) return 1;
+    EXPECT(gNotices >= 2); /* the banner of both files */
+    EXPECT(gErrors == 0);
+    return remove(argv[1]) != 0;
+}
