@@ -27,13 +27,15 @@ int Atom::ReadContent(IOStream* stream) {
   }
   if (readData(stream) != 0) return ZR_FAIL(-1, "read data failed\n");
 
+  constexpr ZR_U64 kSmallestHeader = 8;
   const ZR_U64 streamSize = stream->size();
   const ZR_U64 length = mHeader.Length(streamSize);
   const ZR_U64 left = streamSize > mHeader.offset ? streamSize - mHeader.offset : 0;
   const ZR_U64 end = mHeader.offset + (length < left ? length : left);
   while (stream->getCurPos() < end) {
     const ZR_U64 start = stream->getCurPos();
-    Atom* child = ReadChild(stream);
+    const bool noRoom = end < streamSize && end - start < kSmallestHeader;  // the next header would be a neighbour's
+    Atom* child = noRoom ? nullptr : ReadChild(stream);
     if (child == nullptr) return SeekToEnd(stream) == 0 ? 0 : ZR_FAIL(-1, "seek to stream end failed\n");
     const ZR_U32 grown = child->mHeader.size;
     AddChild(child);

@@ -24,24 +24,25 @@ FtypAtom::FtypAtom(const AtomHeader& header, FormatType format) : Atom(header), 
   SetBrand(mCompatibleBrands[1], mp4 ? "isom" : "    ");
 }
 
+bool FtypAtom::head(FieldIo& io) {
+  return io.fourCharacters(mMajorBrand) && io.be32(mMinorVersion) && io.fourCharacters(mCompatibleBrands[0]);
+}
+
 int FtypAtom::readData(IOStream* stream) {
   FieldIo io = FieldIo::Reading(stream);
-  const bool start =
-      io.fourCharacters(mMajorBrand) && io.be32(mMinorVersion) && io.fourCharacters(mCompatibleBrands[0]);
-  if (!start) return -1;
+  if (!head(io)) return -1;
   char major[sizeof(mMajorBrand) + 1] = {};
   if (memcpy_s(major, sizeof(major), mMajorBrand, sizeof(mMajorBrand)) != 0) {
     return ZR_FAIL(-1, "read major brand of ftyp atom error\n");
   }
-  if (std::strcmp(major, "mp42") == 0 && !io.fourCharacters(mCompatibleBrands[1])) return -1;
+  const bool second = std::strcmp(major, "mp42") == 0;
+  if (second && !io.fourCharacters(mCompatibleBrands[1])) return -1;
   return SeekToEnd(stream);  // over any further brands
 }
 
 int FtypAtom::writeData(IOStream* stream) {
   FieldIo io = FieldIo::Writing(stream);
-  const bool done = io.fourCharacters(mMajorBrand) && io.be32(mMinorVersion) && io.fourCharacters(mCompatibleBrands[0]) &&
-                    (mFormat != FORMAT_MP4 || io.fourCharacters(mCompatibleBrands[1]));
-  return done ? 0 : -1;
+  return head(io) && (mFormat != FORMAT_MP4 || io.fourCharacters(mCompatibleBrands[1])) ? 0 : -1;
 }
 
 Atom* MoovAtom::ReadChild(IOStream* stream) {

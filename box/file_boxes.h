@@ -17,6 +17,8 @@ class FtypAtom : public Atom {
   int writeData(IOStream* stream) override;
 
  private:
+  bool head(FieldIo& io);
+
   FormatType mFormat;  // as constructed; reading does not change it
   ZR_U8 mMajorBrand[4];
   ZR_U32 mMinorVersion;
