@@ -118,7 +118,7 @@ TEST(MvhdAtom, TellsMillisecondsThatFit) {
     ZR_U64 duration;
     ZR_U32 timeScale;
     ZR_U32 milliseconds;
-  } kRows[] = {{90000, 90000, 1000}, {1, 0, 0}, {1ull << 42, 1, 0}, {~0ull, 0xFFFFFFFF, 0},
+  } kRows[] = {{90000, 90000, 1000}, {1, 0, 0}, {1ull << 42, 1, 0}, {(1ull << 61) + 5000, 1000, 0},
                {0xFFFFFFFF, 1000, 0xFFFFFFFF}, {0x100000000, 1000, 0}, {1999, 1000000, 1}};
   for (const auto& row : kRows) {
     EXPECT_EQ(MvhdAtom(row.timeScale, row.duration, 1).getDuration(), row.milliseconds) << row.duration;
@@ -261,11 +261,11 @@ TEST(VemoAtom, HasNoRecordsWhenItCannotBeRead) {
     ZR_U32 word;
     const char* message;
   } kRows[] = {
-      {22, 7, "traknum:7, max:6\n"},             // too many tracks
-      {26, 39, "read trackConfig fail\n"},       // a record without room for its fields
-      {26, 40 + 256, "read trackConfig fail\n"}, // a name that does not fit, if the box were longer
-      {26 + 52, 78, "read trackConfig fail\n"},  // a record that ends behind the box
-      {30, 4, "read trackConfig fail\n"},        // an unknown kind of track
+      {22, 7, "traknum:7, max:6\n"},                  // too many tracks
+      {26, 39, "read trackConfig fail\n"},            // a record without room for its fields
+      {26, 40 + 256, "read trackConfig fail\n"},      // a name that does not fit, if the box were longer
+      {26 + 52 + 40, 38, "read trackConfig fail\n"},  // a record that ends behind the box
+      {30, 4, "read trackConfig fail\n"},             // an unknown kind of track
   };
   for (const auto& row : kRows) {
     const LogCapture log;
@@ -369,7 +369,7 @@ TEST(MdatAtom, FindsItsTrackConfigurationBehindUserRecords) {
       {"two records first", Bytes().add(UserRecord(30)).add(UserRecord(9)).add(kVemo).fill(9), true, 16 + 50 + 29},
       {"a plain file", Bytes().be32(5).fill(50, 'x'), false, 16},
       {"zeros", Bytes().fill(64), false, 16},
-      {"a record that is cut off", Bytes().add(UserRecord(30)).be32(0).be32(0).be64(0).be32(99), false, 16 + 50},
+      {"a record that is cut off", Bytes().add(UserRecord(30)).be32(0).be32(0).be64(0).be32(99).fill(5), false, 16 + 50},
       {"a key flag", Bytes().be32(0).be32(1).be64(0).be32(4).fill(4).add(kVemo), false, 16},
       {"a time stamp", Bytes().be32(0).be32(0).be64(1).be32(4).fill(4).add(kVemo), false, 16},
   };
