@@ -49,7 +49,7 @@ class Track {
   static Track* create(IOStream* stream, TrakAtom* trak, MdatAtom* mdat, float speed, int frameRate,
                        ZR_BOOL constantRate);
 
-  Track(IOStream* stream, TrakAtom* trak, MdatAtom* mdat, float speed, int frameRate, ZR_BOOL constantRate);
+  Track(IOStream* stream, TrakAtom* trak, MdatAtom* mdat, float speed, ZR_BOOL constantRate);
   Track(const Track&) = delete;
   Track& operator=(const Track&) = delete;
   virtual ~Track() = default;
@@ -113,6 +113,7 @@ class Track {
 
     bool reserve() const;
     void addChunkOffset(ZR_U64 offset) const;
+    ZR_U32 chunkCount() const;
   };
 
   // Writes the pieces of a sample, all of it or -1.
@@ -138,11 +139,11 @@ class Track {
   void record(const Mp4Sample& sample, ZR_U64 offset, bool sync);
   void closeChunk();
   int addTmpChunkOffset(ZR_U64 chunkOffset);
-  int readHeaderAt(ZR_U64 dataOffset, PrivSampleHeader* header);
+  bool readHeaderAt(ZR_U64 dataOffset, PrivSampleHeader* header);
   template <typename Offsets>
-  int restoreClock(const Offsets& offsets);
+  void restoreClock(const Offsets& offsets);
   template <typename Offsets>
-  int replayTimeStamps(const Offsets& offsets);
+  bool replayTimeStamps(const Offsets& offsets);
 
   ZR_U64 mFirstPts = 0;  // microseconds
   ZR_U32 mSampleCount = 0;

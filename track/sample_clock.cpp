@@ -1,0 +1,106 @@
+#include "track/sample_clock.h"
+
+#include <cfloat>
+#include <cmath>
+#include <numeric>
+
+namespace zrmp4 {
+namespace {
+
+constexpr ZR_U32 kSecond = 1000000;  // microseconds
+constexpr float kTwoTo32 = 4294967296.0f;
+constexpr float kTwoTo63 = 9223372036854775808.0f;
+
+// A result in single precision also where the processor computes in more: such a result, rounded once more, is the
+// one of single precision.
+inline float Single(float value) {
+#if FLT_EVAL_METHOD == 0
+  return value;
+#else
+  volatile float stored = value;
+  return stored;
+#endif
+}
+
+}  // namespace
+
+SampleClock::SampleClock(ZR_U32 timescale, float speed)
+    : mTolerance(timescale / 1000), mSpeed(speed), mTimescale(Single(static_cast<float>(timescale))) {
+  // In lowest terms most products fit in 32 bits, where a division is cheap.
+  const ZR_U32 divisor = std::gcd(timescale, kSecond);
+  mTicks = timescale / divisor;
+  mMicroseconds = kSecond / divisor;
+  constexpr ZR_U64 kTooManyTicks = ZR_U64{1} << 32;
+  mLongestStep = mTicks != 0 ? (kTooManyTicks * mMicroseconds - 1) / mTicks : 0;
+}
+
+void SampleClock::start(ZR_U64 pts) { mNextPts = pts; }
+
+ZR_U32 SampleClock::advanceTo(ZR_U64 pts) {
+  ZR_S64 candidate = 0;
+  if (!candidateFor(pts, &candidate)) {
+    // No duration leads there: the time goes on from the new stamp.
+    if (mDuration == 0) mDuration = 1;
+    mNextPts = pts;
+    return mDuration;
+  }
+  const ZR_S64 change = candidate - static_cast<ZR_S64>(mDuration);
+  if (mDuration == 0 || change > mTolerance || -change > mTolerance) {
+    mDuration = candidate > 0 ? static_cast<ZR_U32>(candidate) : 1;
+  }
+  if (mSteppedDuration != mDuration) {
+    mStep = stepOf(mDuration);
+    mSteppedDuration = mDuration;
+  }
+  mNextPts += mStep;
+  return mDuration;
+}
+
+void SampleClock::replay(ZR_U32 count, ZR_U32 duration) {
+  mDuration = duration;
+  mNextPts += count * stepOf(duration);
+}
+
+bool SampleClock::agreesWith(ZR_U64 pts) const {
+  if (mSpeed == 0.0f) return true;     // the running time stands still then, and nothing depends on it
+  constexpr ZR_U64 kRounding = 10000;  // single precision, over steps of some hours
+  const ZR_U64 off = pts > mNextPts ? pts - mNextPts : mNextPts - pts;
+  return off <= stepOf(mTolerance + 1) + kRounding;
+}
+
+// The duration that leads from the running time to the time stamp, less than 1 for a stamp that is behind it. False
+// for a step back by more than a second, or forward by more ticks than 32 bits hold.
+bool SampleClock::candidateFor(ZR_U64 pts, ZR_S64* candidate) const {
+  *candidate = 1;
+  if (mSpeed == 0.0f) return true;
+  const bool back = static_cast<ZR_S64>(pts - mNextPts) < 0;
+  const ZR_U64 step = back ? mNextPts - pts : pts - mNextPts;
+  if (step > (back ? kSecond : mLongestStep)) return false;
+  const ZR_U64 product = step * mTicks;
+  const ZR_U32 narrow = static_cast<ZR_U32>(product);
+  const ZR_U32 ticks = product == narrow ? narrow / mMicroseconds : static_cast<ZR_U32>(product / mMicroseconds);
+  if (!AtSpeed(ticks, mSpeed, candidate)) return false;
+  if (*candidate == 0) {
+    *candidate = 1;
+  } else if (back) {
+    *candidate = -*candidate;
+  }
+  return true;
+}
+
+bool SampleClock::AtSpeed(ZR_U32 ticks, float speed, ZR_S64* result) {
+  const float quotient = Single(Single(static_cast<float>(ticks)) / speed);
+  if (!(std::fabs(quotient) < kTwoTo32)) return false;
+  *result = static_cast<ZR_S64>(quotient);
+  return true;
+}
+
+// Microseconds that a duration lasts. What is out of every range counts as no time.
+ZR_U64 SampleClock::stepOf(ZR_U32 duration) const {
+  float step = Single(Single(static_cast<float>(duration)) * mSpeed);
+  step = Single(step * 1e6f);
+  step = Single(step / mTimescale);
+  return step > 0.0f && step < kTwoTo63 ? static_cast<ZR_U64>(step) : 0;
+}
+
+}  // namespace zrmp4
