@@ -41,9 +41,7 @@ int CheckDemuxerConfig(const zrMP4_DEMUXER_CONFIG_S& demuxer) {
   return ZR_FAIL(-1, "vbuf size illegal %d  \n", static_cast<int>(demuxer.u32VBufSize));
 }
 
-bool IsVideoCodec(zrMP4_CODECID_E codec) {
-  return codec <= ZR_MP4_CODEC_PRORES_HQ && codec != ZR_MP4_CODEC_RESERVED_2;
-}
+bool IsVideoCodec(zrMP4_CODECID_E codec) { return codec <= ZR_MP4_CODEC_PRORES_HQ && codec != ZR_MP4_CODEC_RESERVED_2; }
 
 bool IsAudioCodec(zrMP4_CODECID_E codec) {
   return codec >= ZR_MP4_CODEC_AAC && codec <= ZR_MP4_CODEC_G711U && codec != ZR_MP4_CODEC_RESERVED_9;

@@ -109,7 +109,8 @@ zrMP4_TRACK_INFO_S Audio() { return AudioTrack(); }
 const TrackCase kTracks[] = {
     {"type 0", Video, [](auto& t) { t.enTrackType = zrMP4_TRACK_TYPE_E(0); }, "stream info type illegal 0 \n"},
     {"type 4", Video, [](auto& t) { t.enTrackType = zrMP4_TRACK_TYPE_E(4); }, "stream info type illegal 4 \n"},
-    {"type -1", Video, [](auto& t) { t.enTrackType = zrMP4_TRACK_TYPE_E(0xFFFFFFFF); }, "stream info type illegal -1 \n"},
+    {"type -1", Video, [](auto& t) { t.enTrackType = zrMP4_TRACK_TYPE_E(0xFFFFFFFF); },
+     "stream info type illegal -1 \n"},
     {"video speed 0", Video, [](auto& t) { t.fSpeed = 0; }, "stream info fspeed illegal 0.000000 \n"},
     {"video speed below 0", Video, [](auto& t) { t.fSpeed = -1.5f; }, "stream info fspeed illegal -1.500000 \n"},
     {"video speed no number", Video, [](auto& t) { t.fSpeed = std::nanf(""); }, "stream info fspeed illegal nan \n"},
@@ -119,8 +120,7 @@ const TrackCase kTracks[] = {
     {"handler name of 255", Audio, [](auto& t) { std::memset(t.aszHdlrName, 'h', 255); }, ""},
     {"time scale 999", MetaTrack, [](auto& t) { t.u32TimeScale = 999; }, "track info timescale 999\n"},
     {"time scale 1000", MetaTrack, [](auto& t) { t.u32TimeScale = 1000; }, ""},
-    {"no bit rate", Video, [](auto& t) { t.stVideoInfo.u32BitRate = 0; },
-     "video info illegal bitrate 0 framerate30\n"},
+    {"no bit rate", Video, [](auto& t) { t.stVideoInfo.u32BitRate = 0; }, "video info illegal bitrate 0 framerate25\n"},
     {"no frame rate", Video, [](auto& t) { t.stVideoInfo.u32FrameRate = 0; },
      "video info illegal bitrate 1000000 framerate0\n"},
     {"no picture size", Video, [](auto& t) { t.stVideoInfo.u32Width = t.stVideoInfo.u32Height = 0; }, ""},
@@ -141,7 +141,9 @@ const TrackCase kTracks[] = {
     {"name before time scale", Video, [](auto& t) { t.u32TimeScale = 0, std::memset(t.aszHdlrName, 'h', 256); },
      "handlr name illegal \n"},
     {"codec before rates", Video,
-     [](auto& t) { t.stVideoInfo = {0, 0, 0, 0, ZR_MP4_CODEC_AAC}; },
+     [](auto& t) {
+       t.stVideoInfo = {0, 0, 0, 0, ZR_MP4_CODEC_AAC};
+     },
      "video codecid not support 7 \nvideo info codecid illegal 7 \n"},
 };
 
@@ -208,8 +210,8 @@ TEST(Arguments, EachRuleOfAUserBox) {
       {"/moov", "abc", 512001, true, "user define box type size illegal  \n"},
   };
   // A word anywhere in the path is enough.
-  for (const char* message : {" ftyp\n", "mdat\n", "mvhd \n", "tkhd \n", "mdhd \n", "hdlr \n", "smhd\n", "dinf \n",
-                              "dref \n", "stbl\n"}) {
+  for (const char* message :
+       {" ftyp\n", "mdat\n", "mvhd \n", "tkhd \n", "mdhd \n", "hdlr \n", "smhd\n", "dinf \n", "dref \n", "stbl\n"}) {
     const std::string text = message;
     const std::string word = text.substr(text.find_first_not_of(' '), 4);
     rules.push_back({"/moov/" + word + "x", "abcd", 1, true, "user define box path invalid " + text});

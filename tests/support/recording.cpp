@@ -73,7 +73,7 @@ zrMP4_TRACK_INFO_S VideoTrack(zrMP4_CODECID_E codec) {
   track.u32TimeScale = 120000;
   track.fSpeed = 1.0f;
   std::strcpy(track.aszHdlrName, "VideoHandler");
-  track.stVideoInfo = {640, 360, 1000000, 30, codec};
+  track.stVideoInfo = {640, 360, 1000000, 25, codec};
   return track;
 }
 
@@ -93,7 +93,7 @@ zrMP4_TRACK_INFO_S MetaTrack() {
   track.u32TimeScale = 90000;
   track.fSpeed = 1.0f;
   std::strcpy(track.aszHdlrName, "MetaHandler");
-  track.stMetaInfo = {0, 0, 30, ZR_MP4_CODEC_META, 0};
+  track.stMetaInfo = {0, 0, 25, ZR_MP4_CODEC_META, 0};
   return track;
 }
 
@@ -315,8 +315,12 @@ std::vector<Record> RecordedFile::records() const {
       if (type == "vemo") unit = number(at + 8, 4);
       records.push_back({type, at, number(at, 4)});
     } else {
-      Record record = {"frame", at, kRecordHeader + number(at + 16, 4), static_cast<std::uint32_t>(number(at, 4)),
-                       number(at + 4, 4) == 1, number(at + 8, 8)};
+      Record record = {"frame",
+                       at,
+                       kRecordHeader + number(at + 16, 4),
+                       static_cast<std::uint32_t>(number(at, 4)),
+                       number(at + 4, 4) == 1,
+                       number(at + 8, 8)};
       if (record.trackId == 0) {
         if (record.size == kRecordHeader) {  // padding, or space that was only reserved
           if (unit == 0) break;
@@ -333,8 +337,8 @@ std::vector<Record> RecordedFile::records() const {
     }
     at += records.back().size;
     // Less than a header may be left of the padding.
-    if (unit != 0 && at % unit > unit - kRecordHeader && number(at, static_cast<int>(std::min<std::uint64_t>(
-                                                             unit - at % unit, 8))) == 0) {
+    if (unit != 0 && at % unit > unit - kRecordHeader &&
+        number(at, static_cast<int>(std::min<std::uint64_t>(unit - at % unit, 8))) == 0) {
       at = (at / unit + 1) * unit;
     }
   }
