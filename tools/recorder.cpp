@@ -202,9 +202,9 @@ void Recorder::showStatus(bool isLast) {
                seconds / 60 % 60, seconds % 60, static_cast<double>(mFigures->lastFrameValue) / kMiB);
   for (const RecordedTrack& track : mTracks) {
     const uint64_t time = track.clock.microseconds(track.frames);
-    const double bitsPerMicrosecond = time == 0 ? 0 : 8.0 * static_cast<double>(track.bytes) / static_cast<double>(time);
+    const double bits = 8.0 * static_cast<double>(track.bytes);
     std::fprintf(stderr, "  %s %u frames %.2f Mbit/s", TypeName(track.figures->trackType), track.figures->frameCount,
-                 bitsPerMicrosecond);
+                 time == 0 ? 0 : bits / static_cast<double>(time));
   }
   std::fprintf(stderr, "  longest write %" PRIu64 " ms%s", mFigures->maxWriteTime / 1000, isLast ? "\n" : "");
   std::fflush(stderr);
