@@ -289,7 +289,7 @@ TEST_F(Recording, OfAnyLengthGetsItsMovieBox) {
     muxer.finish();
     muxer.destroy();
     const RecordedFile recorded(file.path());
-    EXPECT_EQ(recorded.problem(), "");
+    ASSERT_EQ(recorded.problem(), "");
     const MovieHeader header(recorded);
     EXPECT_EQ(header.timeScale, longVideo ? 1000u : 120000u);
     for (const TrackView& track : recorded.tracks()) {
