@@ -111,6 +111,9 @@ class EsdsAtom : public Atom {
 
  private:
   void InitDescription();
+  // The part that is the same in both directions, up to the bit rates.
+  bool fields(FieldIo& io);
+  static bool tagSize(FieldIo& io, ZR_U32& size, ZR_U8& width);
 
   ZR_U8 mVersion = 0;
   ZR_U32 mFlags = 0;

@@ -7,7 +7,8 @@
 
 namespace zrmp4 {
 
-// The sample entry of a ProRes track; its type tells the flavour. The children colr, fiel and pasp describe the picture.
+// The sample entry of a ProRes track; its type tells the flavour. The children colr, fiel and pasp describe the
+// picture.
 class ProresAtom : public Atom {
  public:
   // type is "apch", "apcn", "apcs" or "apco"; a compressor name above 31 bytes makes the entry unwritable.
