@@ -4,6 +4,7 @@
 #include <new>
 
 #include "base/make_or_null.h"
+#include "base/memory_out.h"
 
 namespace zrmp4 {
 namespace {
@@ -23,7 +24,9 @@ std::unique_ptr<ParameterSet> ParameterSet::OfSize(ZR_U16 size) {
   if (set == nullptr) return nullptr;
   set->data.reset(new (std::nothrow) ZR_U8[size]);
   set->size = size;
-  return set->data != nullptr ? std::move(set) : nullptr;
+  if (set->data != nullptr) return set;
+  NoteMemoryOut();
+  return nullptr;
 }
 
 ParameterSetList::~ParameterSetList() {
