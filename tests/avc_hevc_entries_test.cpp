@@ -353,7 +353,7 @@ TEST(HvccAtom, ARefusedSetChangesNothing) {
 TEST(HvccAtom, CollectsSeiUntilItsCountIsFullWithoutGettingSlower) {
   const Nal known = {0x4E, 0x01, 0x00, 0x12, 0x34};
   HvccAtom box;
-  const auto addUpTo = [&, next = 0u](ZR_U32 end) mutable {
+  auto addUpTo = [&, next = 0u](ZR_U32 end) mutable {
     const std::clock_t start = std::clock();
     for (; next < end; ++next) {
       const Nal sei = {0x4E, 0x01, static_cast<ZR_U8>(next >> 16), static_cast<ZR_U8>(next >> 8),
