@@ -23,7 +23,7 @@ void ZR_LOG_Printf(const char* pszModule, int s32Level, const char* pszFormat, .
 static int gHookCalls;
 
 static ZR_U32 countCalls(ZR_MP4_HANDLE handle, ZR_U32 timeScale, ZR_U64* duration) {
-    if (handle != 0 && timeScale == 8000 && *duration == 50 * 160) ++gHookCalls;
+    if (handle != 0 && timeScale == 90000 && *duration == 50 * 3600) ++gHookCalls;
     return 0;
 }
 
@@ -41,8 +41,10 @@ static int record(const char* path) {
     zrMP4_FRAME_DATA_S frame = {0};
     zrMP4_ATOM_INFO_S box = {0};
     ZR_MP4_HANDLE file = 0;
-    ZR_MP4_TRACK_HANDLE audio = 0;
-    ZR_U8 bytes[160] = {0};
+    ZR_MP4_TRACK_HANDLE video = 0;
+    /* SPS, PPS, IDR slice */
+    ZR_U8 bytes[] = {0, 0, 0, 1, 0x67, 0x64, 0x00, 0x1F, 0xAC, 0, 0, 0, 1, 0x68, 0xEE,
+                     0x3C, 0x80, 0, 0, 0, 1, 0x65, 9, 8, 7, 6, 5, 4, 3, 2, 1};
     int i;
 
     strcpy(config.aszFileName, path);
@@ -52,22 +54,23 @@ static int record(const char* path) {
     config.stMuxerConfig.u32BackupUnit = 524288;
     EXPECT(ZR_MP4_Create(&file, &config) == 0);
 
-    track.enTrackType = ZR_MP4_TRACK_AUDIO;
-    track.u32TimeScale = 8000;
+    track.enTrackType = ZR_MP4_TRACK_VIDEO;
+    track.u32TimeScale = 90000;
     track.fSpeed = 1.0f;
-    strcpy(track.aszHdlrName, "Sound");
-    track.stAudioInfo.u32Channels = 1;
-    track.stAudioInfo.u32SampleRate = 8000;
-    track.stAudioInfo.u32SamplePerFrame = 160;
-    track.stAudioInfo.u16SampleSize = 16;
-    track.stAudioInfo.enCodecID = ZR_MP4_CODEC_G711U;
-    EXPECT(ZR_MP4_CreateTrack(file, &audio, &track) == 0);
+    strcpy(track.aszHdlrName, "Picture");
+    track.stVideoInfo.u32Width = 640;
+    track.stVideoInfo.u32Height = 360;
+    track.stVideoInfo.u32BitRate = 1000000;
+    track.stVideoInfo.u32FrameRate = 25;
+    track.stVideoInfo.enCodecID = ZR_MP4_CODEC_H264;
+    EXPECT(ZR_MP4_CreateTrack(file, &video, &track) == 0);
 
     frame.pu8DataBuffer = bytes;
     frame.u32DataLength = sizeof(bytes);
+    frame.bKeyFrameFlag = ZR_TRUE;
     for (i = 0; i < 50; ++i) {
-        frame.u64TimeStamp = (ZR_U64)i * 20000;
-        EXPECT(ZR_MP4_WriteFrame(file, audio, &frame) == 0);
+        frame.u64TimeStamp = (ZR_U64)i * 40000;
+        EXPECT(ZR_MP4_WriteFrame(file, video, &frame) == 0);
     }
     box.u32DataLen = 5;
     strcpy(box.aszType, "note");
@@ -92,7 +95,8 @@ static int readBack(const char* path) {
     config.enConfigType = ZR_MP4_CONFIG_DEMUXER;
     EXPECT(ZR_MP4_Create(&file, &config) == 0);
     EXPECT(ZR_MP4_GetFileInfo(file, &info) == 0);
-    EXPECT(info.u32TrackNum == 1 && info.u32BackupUnit == 524288 && strcmp(info.aszHdlrName, "Sound") == 0);
+    EXPECT(info.u32TrackNum == 1 && info.u32BackupUnit == 524288 && info.u32Duration == 2000);
+    EXPECT(strcmp(info.aszHdlrName, "Picture") == 0);
     EXPECT(ZR_MP4_GetAtom(file, "/moov/note", &box) == ZR_ERR_MP4_ATOM_BUF);
     EXPECT(box.u32DataLen == sizeof(bytes));
     box.pu8DataBuf = bytes;
