@@ -1,12 +1,15 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
-#include <functional>
+#include <csignal>
 
 #include "tests/support/alloc_faults.h"
 #include "tests/support/log_capture.h"
-#include "tests/support/recording.h"
+#include "tests/support/three_tracks.h"
 
 namespace {
+
+constexpr ZR_U32 kBackupUnit = 524288;
 
 // One recording as steps that can each be tried again.
 class Steps {
@@ -104,7 +107,7 @@ void FailEachAllocationOf(int step, ZR_U32 unit) {
 
 TEST(Faults, AnyAllocationMayFailAndTheCallCanBeTriedAgain) {
   LogCapture log;
-  for (const ZR_U32 unit : {0u, 524288u}) {
+  for (const ZR_U32 unit : {0u, kBackupUnit}) {
     for (int step = 0; step < Steps::kCount; ++step) FailEachAllocationOf(step, unit);
   }
 }
@@ -112,7 +115,7 @@ TEST(Faults, AnyAllocationMayFailAndTheCallCanBeTriedAgain) {
 TEST(Faults, DestroyEndsTheHandleWithoutMemory) {
   LogCapture log;
   const TempFile file;
-  Steps steps(file.path(), 524288);
+  Steps steps(file.path(), kBackupUnit);
   for (int i = 0; i < 5; ++i) ASSERT_EQ(steps.run(i), 0u);
   {
     const AllocFaults faults(0);
@@ -120,6 +123,89 @@ TEST(Faults, DestroyEndsTheHandleWithoutMemory) {
     ZR_MP4_Destroy(steps.file(), &duration);
   }
   EXPECT_EQ(ZR_MP4_Destroy(steps.file(), nullptr), ZR_ERR_MP4_HANDLE_INVALID);
+}
+
+// The card is full at this size, until the object goes.
+class FullAt {
+ public:
+  explicit FullAt(std::uint64_t size) : mSignal(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &mLimit);
+    const rlimit limit = {size, mLimit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  FullAt(const FullAt&) = delete;
+  FullAt& operator=(const FullAt&) = delete;
+  ~FullAt() {
+    setrlimit(RLIMIT_FSIZE, &mLimit);
+    std::signal(SIGXFSZ, mSignal);
+  }
+
+ private:
+  rlimit mLimit;
+  void (*mSignal)(int);
+};
+
+class FullCard : public ::testing::Test {
+ protected:
+  LogCapture log;
+  TempFile file;
+};
+
+TEST_F(FullCard, LetsTheRecordingGoOnAfterAWriteThatFailedAnywhereInAFrame) {
+  for (const ZR_U32 unit : {0u, kBackupUnit}) {
+    for (std::uint64_t room = 0; room < 110; room += 3) {
+      SCOPED_TRACE(std::to_string(room) + " bytes of room");
+      zrMP4_CONFIG_S config = MuxerConfig(file.path(), unit);
+      config.stMuxerConfig.u32VBufSize = 1;
+      Muxer muxer(config);
+      ThreeTracks tracks(muxer);
+      tracks.write(3);
+      {
+        const FullAt full(RecordedFile(file.path()).size() + room);
+        EXPECT_EQ(muxer.write(tracks.video, DeltaFrame(120), 3 * kFrameTime), ZR_ERR_MP4_WRITE_BACKUP);
+        EXPECT_EQ(muxer.write(tracks.audio, AacFrame(120), 3 * kFrameTime), ZR_ERR_MP4_WRITE_BACKUP);
+        EXPECT_EQ(muxer.write(tracks.meta, Data(120), 3 * kFrameTime), ZR_ERR_MP4_WRITE_BACKUP);
+      }
+      tracks.write(3);
+      muxer.finish();
+      EXPECT_EQ(muxer.destroy(), 0u);
+      const RecordedFile recorded(file.path());
+      tracks.findIn(recorded);
+      if (unit != 0) {
+        EXPECT_EQ(recorded.count("frame"), 18);
+      }
+    }
+  }
+}
+
+TEST_F(FullCard, EndsTheHandleAllTheSame) {
+  Muxer muxer(MuxerConfig(file.path()));
+  EXPECT_EQ(muxer.write(muxer.add(MetaTrack()), Data(5000), 0), 0u);
+  const FullAt full(1000);
+  EXPECT_EQ(ZR_MP4_Destroy(muxer.handle(), nullptr), ZR_ERR_MP4_CLOSE);
+  EXPECT_EQ(ZR_MP4_Destroy(muxer.handle(), nullptr), ZR_ERR_MP4_HANDLE_INVALID);
+}
+
+int gHookCalls;
+
+TEST_F(FullCard, CanBeFinishedAgainWhenThereIsRoom) {
+  for (const ZR_U32 unit : {0u, kBackupUnit}) {
+    zrMP4_CONFIG_S config = MuxerConfig(file.path(), unit);
+    config.stMuxerConfig.u32VBufSize = 1;
+    Muxer muxer(config);
+    ThreeTracks tracks(muxer);
+    tracks.write(20);
+    {
+      const FullAt full(RecordedFile(file.path()).size() + 500);  // less than a movie box
+      for (int i = 0; i < 3; ++i) EXPECT_EQ(muxer.finish(), 0u);
+      EXPECT_EQ(muxer.write(tracks.audio, AacFrame(), 0), ZR_ERR_MP4_ILLEGAL_PARAM);
+    }
+    gHookCalls = 0;
+    muxer.finish([](ZR_MP4_HANDLE, ZR_U32, ZR_U64*) -> ZR_U32 { return static_cast<ZR_U32>(++gHookCalls); });
+    EXPECT_EQ(gHookCalls, 3) << "once per track";
+    EXPECT_EQ(muxer.destroy(), 0u);
+    tracks.findIn(RecordedFile(file.path()));
+  }
 }
 
 }  // namespace

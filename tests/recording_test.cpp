@@ -1,86 +1,17 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 
 #include "engine/mp4_file.h"
 #include "tests/support/bytes.h"
 #include "tests/support/log_capture.h"
-#include "tests/support/recording.h"
+#include "tests/support/three_tracks.h"
 
 namespace {
 
 constexpr ZR_U32 kBackupUnit = 524288;
-constexpr ZR_U64 kFrameTime = 40000;  // 25 a second: 4800 ticks of 1/120000, 3600 of 1/90000
-
-// The samples of one track as they must be found in the file.
-struct Expected {
-  ZR_U32 duration;
-  std::vector<Data> samples = {};
-  std::vector<bool> sync = {};
-
-  void add(const Data& sample, bool isSync) {
-    samples.push_back(sample);
-    sync.push_back(isSync);
-  }
-
-  void findIn(const RecordedFile& file, const TrackView& track) const {
-    ASSERT_EQ(track.samples.size(), samples.size());
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-      ASSERT_EQ(file.bytes(track.samples[i]), samples[i]) << "sample " << i;
-      ASSERT_EQ(track.samples[i].sync, sync[i]) << "sample " << i;
-      ASSERT_EQ(track.samples[i].duration, duration) << "sample " << i;
-    }
-  }
-};
-
-// Video, AAC and metadata side by side, every frame with bytes of its own.
-class ThreeTracks {
- public:
-  explicit ThreeTracks(Muxer& muxer)
-      : video(muxer.add(VideoTrack())),
-        audio(muxer.add(AudioTrack(ZR_MP4_CODEC_AAC))),
-        meta(muxer.add(MetaTrack())),
-        mMuxer(muxer) {}
-
-  void write(int frames) {
-    for (; frames > 0; --frames, ++mWritten) {
-      const ZR_U64 pts = mWritten * kFrameTime;
-      const bool key = mWritten % 10 == 0;
-      const auto fill = static_cast<std::uint8_t>(mWritten + 2);
-      const Data picture = key ? KeyFrame(9000 + mWritten, fill) : DeltaFrame(3000 + mWritten, fill);
-      const Data sound = AacFrame(90 + mWritten % 7, fill);
-      const Data text(mWritten % 5 * 10, fill);
-      ASSERT_EQ(mMuxer.write(video, picture, pts, key), 0u);
-      ASSERT_EQ(mMuxer.write(audio, sound, pts), 0u);
-      ASSERT_EQ(mMuxer.write(meta, text, pts), 0u);
-      mExpected[0].add(Stored(picture), key);
-      mExpected[1].add(Data(sound.begin() + 7, sound.end()), true);
-      mExpected[2].add(text, true);
-    }
-  }
-
-  void findIn(const RecordedFile& file) const {
-    EXPECT_EQ(file.problem(), "");
-    const std::vector<TrackView> tracks = file.tracks();
-    ASSERT_EQ(tracks.size(), 3u);
-    for (std::size_t i = 0; i < 3; ++i) {
-      SCOPED_TRACE("track " + std::to_string(i));
-      mExpected[i].findIn(file, tracks[i]);
-    }
-  }
-
-  const ZR_MP4_TRACK_HANDLE video, audio, meta;
-
- private:
-  Muxer& mMuxer;
-  ZR_U64 mWritten = 0;
-  Expected mExpected[3] = {{4800}, {1024}, {3600}};
-};
-
 class Recording : public ::testing::Test {
  protected:
   LogCapture log;
@@ -349,73 +280,11 @@ TEST_F(Recording, WithoutTracksGetsNoMovieBox) {
                                                         .data());
 }
 
-// The card is full at this size, until the object goes.
-class FullAt {
- public:
-  explicit FullAt(std::uint64_t size) : mSignal(std::signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &mLimit);
-    const rlimit limit = {size, mLimit.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  FullAt(const FullAt&) = delete;
-  FullAt& operator=(const FullAt&) = delete;
-  ~FullAt() {
-    setrlimit(RLIMIT_FSIZE, &mLimit);
-    std::signal(SIGXFSZ, mSignal);
-  }
-
- private:
-  rlimit mLimit;
-  void (*mSignal)(int);
-};
-
-TEST_F(Recording, GoesOnAfterAWriteThatFailedAnywhereInAFrame) {
-  for (const ZR_U32 unit : {0u, kBackupUnit}) {
-    for (std::uint64_t room = 0; room < 110; room += 3) {
-      SCOPED_TRACE(std::to_string(room) + " bytes of room");
-      zrMP4_CONFIG_S config = MuxerConfig(file.path(), unit);
-      config.stMuxerConfig.u32VBufSize = 1;
-      Muxer muxer(config);
-      ThreeTracks tracks(muxer);
-      tracks.write(3);
-      {
-        const FullAt full(RecordedFile(file.path()).size() + room);
-        EXPECT_EQ(muxer.write(tracks.video, DeltaFrame(120), 3 * kFrameTime), ZR_ERR_MP4_WRITE_BACKUP);
-        EXPECT_EQ(muxer.write(tracks.audio, AacFrame(120), 3 * kFrameTime), ZR_ERR_MP4_WRITE_BACKUP);
-        EXPECT_EQ(muxer.write(tracks.meta, Data(120), 3 * kFrameTime), ZR_ERR_MP4_WRITE_BACKUP);
-      }
-      tracks.write(3);
-      muxer.finish();
-      EXPECT_EQ(muxer.destroy(), 0u);
-      const RecordedFile recorded(file.path());
-      tracks.findIn(recorded);
-      if (unit != 0) {
-        EXPECT_EQ(recorded.count("frame"), 18);
-      }
-    }
-  }
-}
-
-int gHookCalls;
-
-TEST_F(Recording, CanBeFinishedAgainWhenTheCardWasFull) {
-  for (const ZR_U32 unit : {0u, kBackupUnit}) {
-    zrMP4_CONFIG_S config = MuxerConfig(file.path(), unit);
-    config.stMuxerConfig.u32VBufSize = 1;
-    Muxer muxer(config);
-    ThreeTracks tracks(muxer);
-    tracks.write(20);
-    {
-      const FullAt full(RecordedFile(file.path()).size() + 500);  // less than a movie box
-      for (int i = 0; i < 3; ++i) EXPECT_EQ(muxer.finish(), 0u);
-      EXPECT_EQ(muxer.write(tracks.audio, AacFrame(), 0), ZR_ERR_MP4_ILLEGAL_PARAM);
-    }
-    gHookCalls = 0;
-    muxer.finish([](ZR_MP4_HANDLE, ZR_U32, ZR_U64*) -> ZR_U32 { return static_cast<ZR_U32>(++gHookCalls); });
-    EXPECT_EQ(gHookCalls, 3) << "once per track";
-    EXPECT_EQ(muxer.destroy(), 0u);
-    tracks.findIn(RecordedFile(file.path()));
-  }
+TEST_F(Recording, ThatNeverBeganCannotBeRead) {
+  EXPECT_EQ(close(open(file.path().c_str(), O_WRONLY | O_CREAT, 0600)), 0);
+  EXPECT_EQ(Muxer(DemuxerConfig(file.path())).status(), ZR_ERR_MP4_OPEN);
+  EXPECT_TRUE(log.has("file size is illegal\n"));
+  EXPECT_TRUE(log.has("MP4File open failed\n"));
 }
 
 TEST_F(Recording, EndsWithItsLastBoxInsideTheLastReservedUnit) {
