@@ -120,6 +120,15 @@ TEST(Mp4aAtom, ReadsASampleSizeOfNothingAs16) {
   EXPECT_EQ(entry->sampleRate(), 48000u);
 }
 
+TEST(AudioEntries, StillKnowAHighRateWhenWritten) {
+  const auto mp4a = AudioEntry<Mp4aAtom>(96000);
+  const auto ulaw = AudioEntry<UlawAtom>(96000);
+  for (AudioEntryAtom* entry : {static_cast<AudioEntryAtom*>(mp4a.get()), static_cast<AudioEntryAtom*>(ulaw.get())}) {
+    Written(*entry);
+    EXPECT_EQ(entry->sampleRate(), 96000u);
+  }
+}
+
 TEST(ProresAtom, RefusesACompressorNameOf32BytesBothWays) {
   const LogCapture log;
   ShortStream out;
