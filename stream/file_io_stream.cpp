@@ -90,6 +90,8 @@ int FileIOStream::open(const std::string& path, int fd, ZR_U32 preAllocUnit, ZR_
     }
     mFileEnd = 0;
   }
+  mBase = mAllocatedEnd = mWrittenOut = 0;
+  mReadFailed = mWritesOut = false;
   if (creates && fd < 0 && mSyncs) SyncDirectoryOf(path);
   mWriteAt = mWriteEnd = mBuffer.get();
   mReadAt = mReadEnd = mBuffer.get();
@@ -100,7 +102,7 @@ ZR_U64 FileIOStream::getCurPos() {
   return mBase + static_cast<ZR_U64>((mWriting ? mWriteAt : mReadAt) - mBuffer.get());
 }
 
-ZR_U64 FileIOStream::size() { return mWriting ? std::max(mFileEnd, mBase + buffered()) : mFileEnd; }
+ZR_U64 FileIOStream::size() { return buffered() != 0 ? std::max(mFileEnd, mBase + buffered()) : mFileEnd; }
 
 int FileIOStream::seek(long long offset, int whence) {
   const ZR_U64 from = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? getCurPos() : size();
@@ -350,7 +352,7 @@ int FileIOStream::RegistProcOpt(const ZrOUTPUTStreamProcOptS* opt) {
 
 int FileIOStream::close() {
   if (mFd < 0) return -1;
-  int result = mWritten ? sync() : 0;
+  int result = sync();
   // Space reserved behind the end would stay taken.
   if (mAllocatedEnd > mFileEnd && ::ftruncate(mFd, static_cast<off_t>(mFileEnd)) != 0) result = -1;
   if (::close(mFd) != 0) result = -1;

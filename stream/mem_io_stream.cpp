@@ -40,9 +40,9 @@ ZR_U32 MemIOStream::rawRead(ZR_U8* data, ZR_U32 length) {
 
 ZR_U32 MemIOStream::rawWrite(const ZR_U8* data, ZR_U32 length) {
   const ZR_U64 end = static_cast<ZR_U64>(mPosition) + length;
-  if (!grow(end)) return 0;
+  if (length == 0 || !grow(end)) return 0;
   if (mPosition > mSize) std::memset(mBuffer + mSize, 0, mPosition - mSize);
-  if (length != 0) std::memcpy(mBuffer + mPosition, data, length);
+  std::memcpy(mBuffer + mPosition, data, length);
   mPosition = static_cast<ZR_U32>(end);
   if (mPosition > mSize) mSize = mPosition;
   return length;
