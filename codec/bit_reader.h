@@ -13,7 +13,6 @@ class BitReader {
   bool failed() const { return mFailed; }
   // For a parser that meets a value that cannot be.
   void fail() { mFailed = true; }
-  ZR_U64 bitsLeft() const { return mFailed ? 0 : mEnd - mAt; }
 
   // The next 0 to 32 bits.
   ZR_U32 bits(unsigned count) {

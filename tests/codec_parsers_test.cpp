@@ -59,7 +59,6 @@ TEST(BitReader, AFailureLasts) {
     EXPECT_EQ(in.ue(), 0u);
     EXPECT_TRUE(in.failed());
     EXPECT_EQ(in.bits(1), 0u);
-    EXPECT_EQ(in.bitsLeft(), 0u);
   }
   BitReader none(nullptr, 100);
   EXPECT_EQ(none.bits(8), 0u);
