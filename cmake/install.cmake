@@ -5,7 +5,7 @@ include(CMakePackageConfigHelpers)
 set(zrmp4_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zrmp4)
 set(zrmp4_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-install(FILES include/zr_mp4.h include/zr_log.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES include/zr_mp4.h include/zr_mp4_ext.h include/zr_log.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(TARGETS zrmp4 zrmp4_static EXPORT zrmp4Targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(EXPORT zrmp4Targets NAMESPACE zrmp4:: DESTINATION ${zrmp4_package_dir})

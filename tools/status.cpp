@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "zr_log.h"
+#include "zr_mp4_ext.h"
 
 namespace {
 
@@ -76,7 +77,7 @@ std::string Describe(const std::string& file, ZR_U32 status) {
   std::lock_guard<std::mutex> guard(sinkLock);
   const std::string detail = lastError.empty() ? "" : " (" + lastError + ")";
   lastError.clear();
-  return file + ": " + Cause(status) + detail + " [" + code + "]";
+  return file + ": " + Cause(status) + detail + " [" + ZR_MP4_StatusName(status) + " " + code + "]";
 }
 
 void Check(const std::string& file, ZR_U32 status) {
