@@ -1,7 +1,7 @@
 cmake_minimum_required(VERSION 3.16)
 
 # Fails when a file includes something that its folder may not see. Run with -DSOURCE=<root of the project>.
-set(see_include)
+set(see_include include)
 set(see_base include base)
 set(see_stream ${see_base} stream)
 set(see_codec ${see_base} codec)
