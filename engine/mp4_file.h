@@ -122,7 +122,7 @@ class MP4File : public ISOBaseMediaFile {
   int WriteUserRecord(const std::string& path, UserDefAtom* box, ZR_U32 length);
 
   ZR_U32 WriteMoov();
-  void FinishTracks();
+  int FinishTracks();
   ZR_U32 SettleMovieTimes();
   ZR_U32 SettleTrack(Track* track, ZR_U32 movieTimeScale);
   ZR_U32 WriteUserAtom();

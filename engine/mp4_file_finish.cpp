@@ -47,16 +47,14 @@ ZR_U32 MP4File::WriteTail() {
 }
 
 ZR_U32 MP4File::WriteMoov() {
-  FinishTracks();
-  const ZR_U32 result = SettleMovieTimes();
-  if (result != 0) return result;
+  if (FinishTracks() != 0 || SettleMovieTimes() != 0) return ZR_ERR_MP4_WRITE_TAIL;
   return mMoov->Write(mStream.get()) == 0 ? 0 : ZR_ERR_MP4_WRITE_TAIL;
 }
 
 // Closes each track's tables; the caller's hook sees a track's duration once per try.
-void MP4File::FinishTracks() {
+int MP4File::FinishTracks() {
   for (Track* track : mTracks) {
-    track->FinishWrite();
+    if (track->FinishWrite() != 0) return -1;
     ZR_U64 duration = track->Duration();
     TrakAtom* trak = track->trak();
     if (mRemoveHook != nullptr) mRemoveHook(reinterpret_cast<ZR_MP4_HANDLE>(this), trak->timeScale(), &duration);
@@ -64,6 +62,7 @@ void MP4File::FinishTracks() {
     auto* hvcc = trak->Find<HvccAtom>("mdia/minf/stbl/stsd/hvc1/hvcC");
     if (hvcc != nullptr) hvcc->settleSize();
   }
+  return 0;
 }
 
 ZR_U32 MP4File::SettleMovieTimes() {
