@@ -222,6 +222,7 @@ int MP4File::ParseUserDefAtom(ZR_U32 count, ZR_U64 end) {
   for (ZR_U32 left = count; left != 0;) {
     const RecordWalker::Record record = walker.next();
     if (record == RecordWalker::Record::kEnd) {
+      if (walker.unreadable()) return ZR_FAIL(-1, "read frame header fail\n");
       if (walker.cut()) ZR_NOTE(3, "user atom data not complete\n");
       // What is left of the interval is still worth having.
       ZR_NOTE(3, "not all userdef atom pased, remain :%u\n", left);
@@ -321,6 +322,7 @@ void MP4File::ParseExtraFrame(ZR_U64* end) {
       case RecordWalker::Record::kTableGroup:
         return;  // one that could not be trusted: what follows belongs to an interval whose tables are lost
       case RecordWalker::Record::kEnd:
+        if (walker.unreadable()) ZR_NOTE(3, "read frameheader fail\n");
         if (walker.cut()) ZR_NOTE(3, "frame not complete\n");
         return;
     }

@@ -1,5 +1,4 @@
-#include <cstring>
-
+#include "base/annex_k.h"
 #include "base/log.h"
 #include "base/make_or_null.h"
 #include "box/child_types.h"
@@ -70,7 +69,12 @@ int MP4File::InitAtoms() {
 
 int MP4File::AllocPaddingBuf() {
   mPaddingBuf = MakeArrayOrNull<ZR_U8>(MP4_PADDING_BASE_SIZE);
-  return mPaddingBuf != nullptr ? 0 : ZR_FAIL(-1, "new padding(%d bytes) failed\n", MP4_PADDING_BASE_SIZE);
+  if (mPaddingBuf == nullptr) return ZR_FAIL(-1, "new padding(%d bytes) failed\n", MP4_PADDING_BASE_SIZE);
+  if (memset_s(mPaddingBuf.get(), MP4_PADDING_BASE_SIZE, 0, MP4_PADDING_BASE_SIZE) != 0) {
+    FreePaddingBuf();
+    return ZR_FAIL(-1, "init (%d bytes) padding failed\n", MP4_PADDING_BASE_SIZE);
+  }
+  return 0;
 }
 
 // Reading -------------------------------------------------------------------------------------------------------------

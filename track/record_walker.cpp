@@ -24,7 +24,8 @@ RecordWalker::Record RecordWalker::next() {
 RecordWalker::Record RecordWalker::readRecord() {
   if (mEnd - mNext < PrivSampleHeader::kSize) return Record::kEnd;
   PrivSampleHeader header;
-  if (mStream->seek(static_cast<long long>(mNext), 0) != 0 || header.Read(mStream) != 0) return Record::kEnd;
+  mUnreadable = mStream->seek(static_cast<long long>(mNext), 0) != 0 || header.Read(mStream) != 0;
+  if (mUnreadable) return Record::kEnd;
   if (!Plausible(header)) return Record::kEnd;
   mCut = header.size > mEnd - mNext - PrivSampleHeader::kSize;
   if (mCut) return Record::kEnd;

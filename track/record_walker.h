@@ -21,7 +21,9 @@ class RecordWalker {
   const PrivSampleHeader& header() const { return mHeader; }  // of a frame or user box
   ZR_U64 offset() const { return mOffset; }                   // where the record starts
   ZR_U64 dataOffset() const { return mOffset + PrivSampleHeader::kSize; }
-  bool cut() const { return mCut; }                    // the last kEnd was a record that the end cuts off
+  // Why the last kEnd was one: a record that the end cuts off, or a header that could not be read.
+  bool cut() const { return mCut; }
+  bool unreadable() const { return mUnreadable; }
   ZR_U64 endOffset() const { return mNext; }           // behind the record
   ZR_U32 userBoxSize() const { return mUserBoxSize; }  // of a user box; the rest of the record is its path
 
@@ -39,6 +41,7 @@ class RecordWalker {
   ZR_U64 mEnd;
   ZR_U64 mOffset = 0;
   bool mCut = false;
+  bool mUnreadable = false;
   ZR_U32 mUserBoxSize = 0;
   PrivSampleHeader mHeader;
 };
