@@ -53,6 +53,12 @@ class TableArray {
     return true;
   }
 
+  // How many entries find their memory already.
+  ZR_U32 room() const {
+    if (mLast == nullptr) return mFirst != nullptr ? kBlockEntries : 0;
+    return kBlockEntries - mUsed + (mLast->next != nullptr ? kBlockEntries : 0);
+  }
+
   bool append(const T& entry) {
     if (mLast == nullptr || mUsed == kBlockEntries) {
       if (!reserve()) return false;

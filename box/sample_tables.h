@@ -31,6 +31,8 @@ class TableAtom : public Atom {
 
   // Makes sure that one more entry finds its memory.
   bool reserve() { return mEntries.reserve() || failGrowth(); }
+  // How many more entries find theirs already.
+  ZR_U32 room() const { return mEntries.room(); }
 
   // Empties the table and keeps its memory for the next entries.
   void clear() {

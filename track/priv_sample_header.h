@@ -12,7 +12,8 @@ struct PrivSampleHeader {
   PrivSampleHeader(ZR_U32 track, ZR_BOOL key, ZR_U64 time, ZR_U32 bytes)
       : trackId(track), isKey(key != ZR_FALSE ? 1 : 0), pts(time), size(bytes) {}
 
-  int Write(IOStream* stream) { return WriteFields(*this, stream); }
+  // In one go: it stands in front of every frame.
+  int Write(IOStream* stream) const;
   int Read(IOStream* stream) { return ReadFields(*this, stream); }
   bool fields(FieldIo& io) { return io.be32(trackId) && io.be32(isKey) && io.be64(pts) && io.be32(size); }
 

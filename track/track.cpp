@@ -1,5 +1,8 @@
 #include "track/track.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "base/log.h"
 #include "base/make_or_null.h"
 #include "box/add_box.h"
@@ -41,7 +44,19 @@ void Track::Tables::addChunkOffset(ZR_U64 offset) const {
 
 ZR_U32 Track::Tables::chunkCount() const { return co64 != nullptr ? co64->entries().count() : stco->entries().count(); }
 
-bool Track::ReserveEntries() { return mTables.reserve() && (mTmpStbl == nullptr || mTmp.reserve()); }
+ZR_U32 Track::Tables::room() const {
+  const ZR_U32 perSample = std::min({stts->room(), stsc->room(), stsz->room()});
+  const ZR_U32 perChunk = co64 != nullptr ? co64->room() : stco->room();
+  return std::min({perSample, perChunk, stss != nullptr ? stss->room() : perSample});
+}
+
+// A sample takes at most one entry of each table, so that the tables need not be asked for every sample.
+bool Track::ReserveEntries() {
+  if (mRoom != 0) return true;
+  if (!mTables.reserve() || (mTmpStbl != nullptr && !mTmp.reserve())) return false;
+  mRoom = mTmpStbl != nullptr ? std::min(mTables.room(), mTmp.room()) : mTables.room();
+  return true;
+}
 
 void Track::AddSamplePts(ZR_U64 pts) {
   if (mConstantRate) {
@@ -84,6 +99,7 @@ void Track::record(const Mp4Sample& sample, ZR_U64 offset, bool sync) {
   AddSampleToChunk(static_cast<ZR_S64>(offset), sample.totalSize, sample.pts);
   mTables.stsz->addEntry(sample.totalSize);
   ++mSampleCount;
+  --mRoom;
   if (sync && mTables.stss != nullptr) mTables.stss->addEntry(mSampleCount);
 }
 
@@ -165,6 +181,7 @@ int Track::CreateTmpStbl() {
   }
   mTmp = tables;
   mTmpStbl = std::move(stbl);
+  mRoom = 0;
   return 0;
 }
 
@@ -214,6 +231,7 @@ void Track::DestroyTmpStbl() {
 
 int Track::RestoreAfterMerge() {
   if (!mTables.reserve()) return -1;
+  mRoom = 0;
   mSampleCount = mTables.stsz->getCount();
   mTrak->setSnapshotSamples(mSampleCount);
   mCurChunk = Chunk();

@@ -112,6 +112,7 @@ class Track {
     StssAtom* stss = nullptr;
 
     bool reserve() const;
+    ZR_U32 room() const;  // samples that find their memory already
     void addChunkOffset(ZR_U64 offset) const;
     ZR_U32 chunkCount() const;
   };
@@ -147,6 +148,7 @@ class Track {
 
   ZR_U64 mFirstPts = 0;  // microseconds
   ZR_U32 mSampleCount = 0;
+  ZR_U32 mRoom = 0;  // samples that surely find room in every table
   bool mFinished = false;
   Chunk mCurChunk;
 };
