@@ -6,7 +6,9 @@ namespace {
 constexpr uint64_t kSecond = 1000000;  // microseconds
 
 uint32_t TimeScaleFor(Rate rate) {
-  if (rate.whole()) return rate.frames * 1000;
+  // The slower the frames, the longer the recording: below one a second, few ticks leave more hours in 32 bits.
+  constexpr uint32_t kPerFrame = 1000;
+  if (rate.whole() || (rate.frames < rate.seconds && rate.frames <= kPerFrame)) return rate.frames * kPerFrame;
   constexpr uint32_t kUsual = 120000;
   if (kUsual % rate.frames == 0) return kUsual;
   constexpr uint32_t kFineEnough = 10000;
