@@ -7,12 +7,12 @@
 
 namespace {
 
-// Headers carry the time of day in the eight bytes behind their version and flags.
+// Headers carry the time of day behind their version and flags, in two numbers of four bytes, or of eight in version 1.
 void ClearTimes(Data& file) {
-  for (std::size_t i = 4; i + 16 <= file.size(); ++i) {
+  for (std::size_t i = 4; i + 24 <= file.size(); ++i) {
     const char* type = reinterpret_cast<const char*>(&file[i]);
     for (const char* header : {"mvhd", "tkhd", "mdhd"}) {
-      if (std::memcmp(type, header, 4) == 0) std::memset(&file[i + 8], 0, 8);
+      if (std::memcmp(type, header, 4) == 0) std::memset(&file[i + 8], 0, file[i + 4] == 1 ? 16 : 8);
     }
   }
 }
@@ -60,7 +60,7 @@ const struct {
 } kFiles[] = {
     {"plain", 0, false, false, 0x6e68a7587a301737},
     {"with backups", 524288, false, false, 0x16293feca4a5d422},
-    {"with 64-bit offsets", 524288, true, false, 0x709afd2e12854fde},
+    {"with 64-bit offsets", 524288, true, false, 0x3e238e9a88b3171d},
     {"repaired", 524288, false, true, 0x16293feca4a5d422},
 };
 
