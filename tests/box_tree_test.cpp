@@ -187,7 +187,7 @@ TEST(AtomTree, SeeksToTheEndThatIsThere) {
   };
   for (const auto& row : kRows) {
     HugeStream huge;
-    ShortStream file(Bytes().fill(row.streamEnd));
+    ShortStream file(Bytes().fill(static_cast<std::size_t>(row.streamEnd)));
     IOStream& stream = row.streamEnd == 0 ? static_cast<IOStream&>(huge) : file;
     Atom box("free", row.size);
     box.header().largeSize = row.largeSize;

@@ -38,24 +38,24 @@ class ShortStream : public zrmp4::IOStream {
  protected:
   ZR_U32 rawRead(ZR_U8* data, ZR_U32 length) override {
     const std::uint64_t inFile = mPosition < mData.size() ? mData.size() - mPosition : 0;
-    const std::uint64_t moved = take(std::min<std::uint64_t>(length, inFile));
+    const std::size_t moved = take(std::min<std::uint64_t>(length, inFile));
     if (moved != 0) std::memcpy(data, mData.data() + mPosition, moved);
     mPosition += moved;
     return static_cast<ZR_U32>(moved);
   }
   ZR_U32 rawWrite(const ZR_U8* data, ZR_U32 length) override {
-    const std::uint64_t moved = take(length);
-    if (mPosition + moved > mData.size()) mData.resize(mPosition + moved);
+    const std::size_t moved = take(length);
+    if (mPosition + moved > mData.size()) mData.resize(static_cast<std::size_t>(mPosition) + moved);
     if (moved != 0) std::memcpy(mData.data() + mPosition, data, moved);
     mPosition += moved;
     return static_cast<ZR_U32>(moved);
   }
 
  private:
-  std::uint64_t take(std::uint64_t wanted) {
+  std::size_t take(std::uint64_t wanted) {
     const std::uint64_t moved = std::min(wanted, mLeft);
     if (mLeft != kNever) mLeft -= moved;
-    return moved;
+    return static_cast<std::size_t>(moved);
   }
 
   std::vector<std::uint8_t> mData;
