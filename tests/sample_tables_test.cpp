@@ -438,8 +438,8 @@ TEST(SampleTables, MergeJoinsARange) {
   ExpectHolds(*stsz, Values{1, 8, 9}, 20u + 3 * 4);
 
   const auto stss = Grown<StssAtom>(1);
-  EXPECT_TRUE(stss->merge(Grown<StssAtom>(1, 11, 21, 31).get(), 11, 30, 10));
-  ExpectHolds(*stss, Values{1, 11, 21}, 16u + 3 * 4);  // what was sample 11 is now the first behind 10
+  EXPECT_TRUE(stss->merge(Grown<StssAtom>(1, 11, 21, 31).get(), 11, 21, 4));
+  ExpectHolds(*stss, Values{1, 5, 15}, 16u + 3 * 4);  // what was sample 11 is now the first behind 4
 
   const auto stco = Grown<StcoAtom>(48);
   EXPECT_TRUE(stco->merge(Grown<StcoAtom>(1000, 1500, 4000).get(), 2, 3, 100));
