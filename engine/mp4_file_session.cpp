@@ -80,6 +80,7 @@ int MP4File::AllocPaddingBuf() {
 // Reading -------------------------------------------------------------------------------------------------------------
 
 ZR_U32 MP4File::ReadTopAtoms() {
+  header().type = "root";
   while (mStream->getCurPos() < mFileSize) {
     const ZR_U64 start = mStream->getCurPos();
     Atom* box = ReadChild(mStream.get());

@@ -519,6 +519,7 @@ class Repairing(Workspace):
         self.assertEqual((info["tracks"][0]["width"], info["tracks"][0]["frame_rate_fps"]), (640, 30))
         self.assertEqual((info["tracks"][1]["sample_rate_hz"], info["tracks"][1]["samples_per_frame"]), (48000, 1024))
         dump = run(ZRMP4, "dump", output).stdout.decode()
+        self.assertRegex(dump, r"\A\+root\n\+-ftyp\n\+-mdat\n")
         self.assertIn("+--mvhd\n", dump)
         self.assertIn("vemo backupUnit=524288", dump)
         self.assertRegex(dump, "tbgp userAtomNum=0")
