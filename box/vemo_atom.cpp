@@ -1,5 +1,6 @@
 #include "box/vemo_atom.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -64,6 +65,17 @@ bool ReadSpeed(FieldIo& io, float& speed) {
 
 bool Name(FieldIo& io, zrMP4_TRACK_INFO_S& info, ZR_U32 length) {
   return length == 0 || io.bytes(reinterpret_cast<ZR_U8*>(info.aszHdlrName), length);
+}
+
+// A record ends in a name without zeros, or else in a speed, behind a word that is never 0.
+bool IsWhole(const TrackCfgS& track, ZR_U32 number) {
+  const zrMP4_TRACK_INFO_S& info = track.info;
+  const ZR_U32 lastWord = info.enTrackType == ZR_MP4_TRACK_AUDIO  ? info.stAudioInfo.u16SampleSize
+                          : info.enTrackType == ZR_MP4_TRACK_META ? info.stMetaInfo.u32FrameRate
+                                                                  : info.stVideoInfo.u32FrameRate;
+  return track.trackIndex == number && info.u32TimeScale != 0 && lastWord != 0 &&
+         std::fpclassify(info.fSpeed) != FP_SUBNORMAL &&
+         strnlen(info.aszHdlrName, sizeof(info.aszHdlrName)) == track.recordLength - FixedLength(info.enTrackType);
 }
 
 bool WriteRecord(FieldIo& io, TrackCfgS& track) {
@@ -163,6 +175,15 @@ int VemoAtom::readRecords(FieldIo& io) {
     if (!ReadRecord(io, *mTracks[i], roomInBox)) return ZR_FAIL(-1, "read trackConfig fail\n");
   }
   return 0;
+}
+
+bool VemoAtom::credible() const {
+  ZR_U64 length = kEmptySize;
+  for (ZR_U32 i = 0; i < mTrackCount; ++i) {
+    if (!IsWhole(*mTracks[i], i + 1)) return false;
+    length += mTracks[i]->recordLength;
+  }
+  return length == header().size;
 }
 
 int VemoAtom::Dump(IOStream*, ZR_U32 depth) {

@@ -43,6 +43,8 @@ class VemoAtom : public Atom {
   ZR_U32 trackCount() const { return mTrackCount; }
   // False when the box could not be read to its end; it has no records then.
   bool complete() const { return mComplete; }
+  // Whether a box that was read is as it was written, and no zeros of reserved space took the place of its end.
+  bool credible() const;
 
  private:
   bool head(FieldIo& io);

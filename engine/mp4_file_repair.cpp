@@ -32,7 +32,7 @@ ZR_U32 MP4File::Repair(ZR_BOOL parseExtraFrames) {
     ZR_NOTE(1, "no vemoatom\n");
     return ZR_ERR_MP4_ATOM_NOT_FOUND;
   }
-  if (!vemo()->complete()) {
+  if (!vemo()->complete() || !vemo()->credible()) {
     ZR_NOTE(1, "vemoatom not complete\n");
     return ZR_ERR_MP4_NO_TRACK_CFG;
   }
@@ -190,7 +190,9 @@ int MP4File::FindAndParseNextTbgp() {
   mStream->setReadAhead(kRecordReadAhead);
   if (result != 0) return ZR_FAIL(-1, "read tbgp data fail\n");
   if (tbgp.entryCount() != mTracks.count()) return ZR_FAIL(-1, "stbl num error\n");
-  if (CheckSnapshot(tbgp) != 0) return ZR_FAIL(-1, "tbgp data is damaged, offset:%llu\n", static_cast<unsigned long long>(offset));
+  if (CheckSnapshot(tbgp) != 0) {
+    return ZR_FAIL(-1, "tbgp data is damaged, offset:%llu\n", static_cast<unsigned long long>(offset));
+  }
   if (ParseUserDefAtom(tbgp.userAtomNum(), offset) != 0) return ZR_FAIL(-1, "ParseUserDefAtom error\n");
   for (ZR_U32 i = 0; i < tbgp.entryCount(); ++i) {
     if (RepairStbl(tbgp.entry(i).stbl.get(), tbgp.entry(i).trackId) != 0) return ZR_FAIL(-1, "repairStbl fail\n");
@@ -351,6 +353,7 @@ int MP4File::UpdateTrack(Track* track, const RecordWalker& walker) {
   sample.totalSize = walker.header().size;
   sample.pts = walker.header().pts;
   sample.isKey = walker.header().isKey;
+  if (!mUseCo64 && walker.dataOffset() > 0xFFFFFFFFu) return -1;  // the recorder writes none there
   if (!track->ReserveEntries() || mStream->seek(static_cast<long long>(walker.dataOffset()), 0) != 0) return -1;
   return track->update(sample);
 }

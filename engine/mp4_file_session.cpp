@@ -87,7 +87,7 @@ ZR_U32 MP4File::ReadTopAtoms() {
     if (box == nullptr) break;
     AddChild(box);
     if (box->type() == "ftyp") mFtyp = dynamic_cast<FtypAtom*>(box);
-    if (box->type() == "moov") mMoov = dynamic_cast<MoovAtom*>(box);
+    if (box->type() == "moov" && mMoov == nullptr) mMoov = dynamic_cast<MoovAtom*>(box);  // the one that paths find
     if (box->type() == "mdat" && mMdat == nullptr) mMdat = dynamic_cast<MdatAtom*>(box);
     if (mStream->getCurPos() <= start) break;
   }
@@ -126,7 +126,10 @@ Track* MP4File::AddTrack(const zrMP4_TRACK_INFO_S* info) {
   if (mMoov == nullptr) return ZR_FAIL(nullptr, "add track get moov fail\n");
   if (!recording()) return ZR_FAIL(nullptr, "add track fail, file is not being recorded\n");
   Track* track = MakeTrack(info);
-  if (track != nullptr && mVemo != nullptr && (mVemoWritten || vemo()->addTrackInfo(info) != 0)) {
+  if (track == nullptr || mVemo == nullptr) return track;
+  // Records are found by the track's number: where an earlier one is missing, none may take its place.
+  const bool inTurn = !mVemoWritten && vemo()->trackCount() + 1 == mTracks.count();
+  if (!inTurn || vemo()->addTrackInfo(info) != 0) {
     ZR_NOTE(1, "track[%u] is not protected, it cannot be repaired after a cut\n", mTracks.count());
   }
   return track;

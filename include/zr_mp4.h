@@ -302,8 +302,9 @@ ZR_API ZR_U32 ZR_MP4_GetFileInfo(ZR_MP4_HANDLE hMP4, zrMP4_FILE_INFO_S* pstFileI
  * snapshot (they are recovered all the same when there is no snapshot). The path has at most 255 characters.
  *   ZR_ERR_MP4_NULL_PTR, ZR_ERR_MP4_ILLEGAL_PARAM (path too long), ZR_ERR_MP4_NO_MEMORY,
  *   ZR_ERR_MP4_OPEN_FILE (cannot be opened, or not such a file), ZR_ERR_MP4_ATOM_NOT_FOUND (recorded without a
- *   backup unit), ZR_ERR_MP4_NO_TRACK_CFG (cut before the first frame), ZR_ERR_MP4_CREATE_TRACK,
- *   ZR_ERR_MP4_REPAIR_MOOV, ZR_ERR_MP4_WRITE_TAIL
+ *   backup unit, or cut before anything of the first frame was there), ZR_ERR_MP4_NO_TRACK_CFG (cut inside the
+ *   configuration of the tracks, in front of the first frame), ZR_ERR_MP4_CREATE_TRACK, ZR_ERR_MP4_REPAIR_MOOV,
+ *   ZR_ERR_MP4_WRITE_TAIL
  * A finished file with backups is left alone and answered with 0. Only what cannot be kept is overwritten, so a
  * repair that was itself cut off can be repeated. No other process or handle may have the file open. */
 ZR_API ZR_U32 ZR_MP4_RepairFile(const char* pszFileName, ZR_BOOL bParseExtraFrame) ZR_NOEXCEPT;

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include <cstring>
 
 #include "base/clock.h"
+#include "stream/system_calls.h"
 
 namespace zrmp4 {
 namespace {
@@ -208,8 +208,7 @@ bool FileIOStream::writeOut(const ZR_U8* data, ZR_U32 length, ZR_U32* moved) {
     if (sent < inBuffer) pieces[count++] = {mBuffer.get() + sent, inBuffer - sent};
     if (*moved < length) pieces[count++] = {const_cast<ZR_U8*>(data) + *moved, length - *moved};
     const off_t at = static_cast<off_t>(mBase + sent + *moved);
-    const ssize_t written =
-        count == 1 ? ::pwrite(mFd, pieces[0].iov_base, pieces[0].iov_len, at) : ::pwritev(mFd, pieces, count, at);
+    const ssize_t written = WritePieces(mFd, pieces, count, at);
     if (written < 0 && errno == EINTR) continue;
     if (written <= 0) {
       if (written == 0) errno = ENOSPC;
@@ -278,14 +277,14 @@ void FileIOStream::dropFrom(ZR_U64 position) {
 
 void FileIOStream::afterWrite() {
   if (mPreAllocUnit != 0) preAllocate();
-#if defined(SYNC_FILE_RANGE_WRITE)
   if (mWritesOut && mBase >= mWrittenOut + kWriteOutWindow) {
     const ZR_U64 end = mBase - mBase % kWriteOutWindow;
-    ::sync_file_range(mFd, static_cast<off_t>(mWrittenOut), static_cast<off_t>(end - mWrittenOut),
-                      SYNC_FILE_RANGE_WRITE);
+    // Where this cannot be, the syncs take longer.
+    if (StartWriteOut(mFd, static_cast<off_t>(mWrittenOut), static_cast<off_t>(end - mWrittenOut)) != 0) {
+      mWritesOut = false;
+    }
     mWrittenOut = end;
   }
-#endif
 }
 
 void FileIOStream::setPreAllocUnit(ZR_U32 unit) {
@@ -296,14 +295,13 @@ void FileIOStream::setPreAllocUnit(ZR_U32 unit) {
 // Space for the next unit is asked for when the current one is seven eighths full. A file system that cannot, or has
 // none left, does without: a full disk is the business of the write that meets it.
 void FileIOStream::preAllocate() {
-#if defined(FALLOC_FL_KEEP_SIZE)
   const ZR_U64 wanted = mBase + mPreAllocUnit / 8;
   if (wanted < mAllocatedEnd) return;
   const ZR_U64 length = ((wanted - mAllocatedEnd) / mPreAllocUnit + 1) * mPreAllocUnit;
   const ZR_U64 started = mProcOpt.pfnUpdateAllocTime != nullptr ? NowMicroseconds() : 0;
   int result = -1;
   do {
-    result = ::fallocate(mFd, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(mAllocatedEnd), static_cast<off_t>(length));
+    result = ReserveSpace(mFd, static_cast<off_t>(mAllocatedEnd), static_cast<off_t>(length));
   } while (result != 0 && errno == EINTR);
   if (result == 0) {
     mAllocatedEnd += length;
@@ -311,7 +309,6 @@ void FileIOStream::preAllocate() {
     mPreAllocUnit = 0;
   }
   if (started != 0) mProcOpt.pfnUpdateAllocTime(mPath.c_str(), NowMicroseconds() - started);
-#endif
 }
 
 int FileIOStream::sync() {

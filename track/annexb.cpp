@@ -6,7 +6,8 @@
 
 #if defined(__x86_64__)
 #include <immintrin.h>
-#elif defined(__aarch64__) || (defined(__arm__) && defined(__linux__) && __ARM_ARCH >= 7 && !defined(__SOFTFP__))
+#elif defined(__aarch64__) || \
+    (defined(__arm__) && defined(ZRMP4_HAS_GETAUXVAL) && __ARM_ARCH >= 7 && !defined(__SOFTFP__))
 #include <arm_neon.h>
 #if defined(__arm__)
 #include <sys/auxv.h>

@@ -34,7 +34,7 @@ run(${CMAKE_COMMAND} --build ${work}/find_package)
 run(${work}/find_package/consumer ${work}/a.mp4)
 
 run(${CMAKE_COMMAND} -S ${here}/add_subdirectory -B ${work}/add_subdirectory -DCMAKE_C_COMPILER=${CC}
-  -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_BUILD_TYPE=Debug -DZRMP4=${SOURCE} -DSOURCE=${program})
+  -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_BUILD_TYPE=Debug -DZRMP4_PLAIN_POSIX=ON -DZRMP4=${SOURCE} -DSOURCE=${program})
 run(${CMAKE_COMMAND} --build ${work}/add_subdirectory --target consumer --parallel 2)
 run(${work}/add_subdirectory/consumer ${work}/b.mp4)
 
