@@ -38,7 +38,7 @@ class ThreeTracks {
 
   void write(int frames) {
     for (; frames > 0; --frames, ++mWritten) {
-      const ZR_U64 pts = mWritten * kFrameTime;
+      const ZR_U64 pts = ZR_U64{mWritten} * kFrameTime;
       const bool key = mWritten % 10 == 0;
       const auto fill = static_cast<std::uint8_t>(mWritten + 2);
       const Data picture = key ? KeyFrame(9000 + mWritten, fill) : DeltaFrame(3000 + mWritten, fill);
@@ -67,6 +67,6 @@ class ThreeTracks {
 
  private:
   Muxer& mMuxer;
-  ZR_U64 mWritten = 0;
+  std::size_t mWritten = 0;
   Expected mExpected[3] = {{4800}, {1024}, {3600}};
 };
