@@ -5,6 +5,7 @@
 
 #include "zr_log.h"
 #include "zr_mp4.h"
+#include "zr_mp4_ext.h"
 
 static int gNotices;
 static int gErrors;
@@ -111,5 +112,6 @@ int main(int argc, char** argv) {
     if (record(argv[1]) != 0 || readBack(argv[1]) != 0) return 1;
     EXPECT(gNotices >= 2); /* the banner of both files */
     EXPECT(gErrors == 0);
+    EXPECT(strcmp(ZR_MP4_StatusName(ZR_ERR_MP4_OPEN), "ZR_ERR_MP4_OPEN") == 0);
     return remove(argv[1]) != 0;
 }
