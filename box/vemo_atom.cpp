@@ -69,12 +69,13 @@ bool Name(FieldIo& io, zrMP4_TRACK_INFO_S& info, ZR_U32 length) {
 
 // A record ends in a name without zeros, or else in a speed, behind a word that is never 0.
 bool IsWhole(const TrackCfgS& track, ZR_U32 number) {
+  constexpr float kSlowest = 1e-30f;
   const zrMP4_TRACK_INFO_S& info = track.info;
   const ZR_U32 lastWord = info.enTrackType == ZR_MP4_TRACK_AUDIO  ? info.stAudioInfo.u16SampleSize
                           : info.enTrackType == ZR_MP4_TRACK_META ? info.stMetaInfo.u32FrameRate
                                                                   : info.stVideoInfo.u32FrameRate;
   return track.trackIndex == number && info.u32TimeScale != 0 && lastWord != 0 &&
-         std::fpclassify(info.fSpeed) != FP_SUBNORMAL &&
+         (std::fabs(info.fSpeed) > kSlowest || (info.fSpeed == 0.0f && info.enTrackType == ZR_MP4_TRACK_AUDIO)) &&
          strnlen(info.aszHdlrName, sizeof(info.aszHdlrName)) == track.recordLength - FixedLength(info.enTrackType);
 }
 
