@@ -356,7 +356,8 @@ TEST_P(RestoredRecording, GoesOnAsTheRecorderWould) {
 }
 
 TEST_P(RestoredRecording, DamagedHeadersCostExactnessOnly) {
-  for (const unsigned damaged : {0u, 1u, 2u, 3u}) {  // bit 0 the first header, bit 1 the last
+  // Bit 0 the first header's track, bit 1 the last one's, bit 2 a second more in the last one's time stamp.
+  for (const unsigned damaged : {0u, 1u, 2u, 3u, 4u}) {
     std::vector<std::size_t> headers;
     for (ZR_U64 i = 0; i < 5; ++i) {
       headers.push_back(recorder->stream.data().size());
@@ -366,7 +367,10 @@ TEST_P(RestoredRecording, DamagedHeadersCostExactnessOnly) {
     Data file = recorder->stream.data();
     if (damaged & 1) file[headers.front() + 3] ^= 1;
     if (damaged & 2) file[headers.back() + 3] ^= 1;
+    if (damaged & 4) file[headers.back() + 13] ^= 0x10;
     const auto rebuilt = restored(file);
+    EXPECT_EQ(rebuilt->track->sampleDuration(), 4800u) << "as the tables say";
+    if (damaged & 4) continue;
     ASSERT_TRUE(rebuilt->track->ReserveEntries());
     rebuilt->track->AddSamplePts(200000);
     EXPECT_EQ(rebuilt->durations(), Durations(5, 4800)) << damaged;
