@@ -24,6 +24,23 @@ Table* TableOf(StblAtom* stbl, const char* type) {
   return stbl->Find<Table>(type);
 }
 
+// Whether groups, those of tracks beyond the configuration among them, make up the box to its end, where the records
+// go on.
+bool GroupsFillBox(IOStream* stream, const TbgpAtom& tbgp) {
+  constexpr ZR_U32 kHeadSize = 12;
+  constexpr ZR_U32 kTrackIdSize = 4;
+  ZR_U64 at = tbgp.header().offset + kHeadSize;
+  const ZR_U64 end = tbgp.header().offset + tbgp.header().size;
+  for (ZR_U32 i = 0; i < tbgp.entryCount(); ++i) at += kTrackIdSize + tbgp.entry(i).stbl->header().size;
+  while (at < end) {
+    AtomHeader stbl;
+    if (stream->seek(static_cast<long long>(at + kTrackIdSize), 0) != 0 || stbl.Read(stream) != 0) return false;
+    if (stbl.type != "stbl" || stbl.size < stbl.Size()) return false;
+    at += kTrackIdSize + stbl.size;
+  }
+  return at == end;
+}
+
 }  // namespace
 
 ZR_U32 MP4File::Repair(ZR_BOOL parseExtraFrames) {
@@ -206,6 +223,7 @@ int MP4File::FindAndParseNextTbgp() {
 
 // The whole snapshot is checked before any of it is merged.
 int MP4File::CheckSnapshot(TbgpAtom& tbgp) {
+  if (!GroupsFillBox(mStream.get(), tbgp)) return -1;
   for (ZR_U32 i = 0; i < tbgp.entryCount(); ++i) {
     const Track* track = mTracks.at(i);
     const auto* stsz = track->trak()->Find<StszAtom>("mdia/minf/stbl/stsz");
