@@ -37,9 +37,7 @@ int Atom::ReadContent(IOStream* stream) {
     const bool noRoom = end < streamSize && end - start < kSmallestHeader;  // the next header would be a neighbour's
     Atom* child = noRoom ? nullptr : ReadChild(stream);
     if (child == nullptr) return SeekToEnd(stream) == 0 ? 0 : ZR_FAIL(-1, "seek to stream end failed\n");
-    const ZR_U32 grown = child->mHeader.size;
-    AddChild(child);
-    DecreaseSize(grown);  // a box that was read carries its size already
+    adopt(child);
     if (stream->getCurPos() <= start) break;
   }
   return 0;
@@ -129,17 +127,20 @@ void Atom::link(Atom* child, Atom* after) {
   if (child->mNextSibling == nullptr) mLastChild = child;
   child->mParent = this;
   ++mChildCount;
-  IncreaseSize(child->mHeader.size);
 }
+
+void Atom::adopt(Atom* child) { link(child, mLastChild); }
 
 void Atom::AddChild(Atom* child) {
   if (child == nullptr) return LogNullArgument("AddChild", 174);
   link(child, mLastChild);
+  IncreaseSize(child->mHeader.size);
 }
 
 void Atom::AddChildToFront(Atom* child) {
   if (child == nullptr) return LogNullArgument("AddChildToFront", 182);
   link(child, nullptr);
+  IncreaseSize(child->mHeader.size);
 }
 
 void Atom::InsertChild(ZR_U32 position, Atom* child) {
@@ -149,6 +150,7 @@ void Atom::InsertChild(ZR_U32 position, Atom* child) {
     after = after != nullptr ? after->mNextSibling : mFirstChild;
   }
   link(child, after);
+  IncreaseSize(child->mHeader.size);
 }
 
 void Atom::RemoveChild(Atom* child) {
@@ -159,9 +161,9 @@ void Atom::RemoveChild(Atom* child) {
     (before != nullptr ? before->mNextSibling : mFirstChild) = child->mNextSibling;
     if (mLastChild == child) mLastChild = before;
     --mChildCount;
+    child->mNextSibling = nullptr;  // one that is not among these may stand in another list
     break;
   }
-  child->mNextSibling = nullptr;
   child->mParent = nullptr;
   DecreaseSize(child->mHeader.size);
 }

@@ -71,6 +71,10 @@ class Atom {
   Atom* nextSibling() const { return mNextSibling; }
   ZR_U32 childCount() const { return mChildCount; }
 
+ protected:
+  // Appends a child that was read: the size of this box counts it already, whatever that size says.
+  void adopt(Atom* child);
+
  private:
   void link(Atom* child, Atom* after);
   int seekOrLog(IOStream* stream, long long offset, int whence);

@@ -73,8 +73,7 @@ int MdatAtom::readData(IOStream* stream) {
     if (vemo == nullptr) return ZR_FAIL(-1, "new %s atom no memory\n", "vemo");
     // One that is cut short is kept, not complete, so that a repair can tell it from a plain file.
     static_cast<void>(vemo->ReadContent(stream));
-    AddChild(vemo.release());
-    DecreaseSize(next.size);  // a box that was read carries its size already
+    adopt(vemo.release());
   } else {
     ZR_NOTE(ZR_LOG_LEVEL_TRACE, "no vemo atom\n");
   }

@@ -240,6 +240,19 @@ TEST(ReadContent, AContainerSurvivesWhatItHolds) {
   }
 }
 
+TEST(ReadContent, TheSizeOfWhatWasReadStays) {
+  const Bytes child = Box("abcd", Bytes());
+  // Where a size that grew by the child's would become one of the two special ones, and shrink no more.
+  for (const ZR_U32 size : {0u, 16u, 0xFFFFFFF8u, 0xFFFFFFF9u}) {
+    ShortStream in(Bytes().be32(size).type("mdia").add(child));
+    MdiaAtom mdia{AtomHeader()};
+    EXPECT_EQ(mdia.Read(&in), 0);
+    EXPECT_EQ(Children(mdia), "abcd ");
+    EXPECT_EQ(mdia.header().size, size);
+    EXPECT_EQ(mdia.header().largeSize, 0u);
+  }
+}
+
 TEST(ReadContent, TheRootReadsAWholeStream) {
   const LogCapture log;
   struct Root : RootAtom {
