@@ -95,7 +95,7 @@ class MP4File : public ISOBaseMediaFile {
   int AllocPaddingBuf();
   void FreePaddingBuf() { mPaddingBuf.reset(); }
   ZR_U32 ReadTopAtoms();
-  bool recording() const { return mMode == "w" && !mFinishing; }
+  bool recording() const { return mWriting && !mFinishing; }
 
   // Where a record begins: what has to be put back when the stream fails inside it.
   struct RecordStart {
@@ -157,6 +157,7 @@ class MP4File : public ISOBaseMediaFile {
   bool FollowedByRecord(const RecordWalker& walker);
 
   std::string mMode;
+  bool mWriting = false;      // mMode is "w"
   ZR_U64 mMovieDuration = 0;  // movie time scale
   ZR_BOOL mUseCo64 = ZR_FALSE;
   ZR_BOOL mConstantRate = ZR_FALSE;

@@ -12,7 +12,7 @@ namespace zrmp4 {
 ZR_U32 MP4File::RemoveAllTrack() {
   const std::lock_guard<std::mutex> lock(mLock);
   if (mTracks.count() == 0) return 0;
-  if (mMode == "w") {
+  if (mWriting) {
     mFinishing = true;
     if (mBackupUnit != 0 && WriteVemoAtom() != 0) return ZR_ERR_MP4_WRITE_TAIL;
     if (WriteTail() != 0) return ZR_ERR_MP4_WRITE_TAIL;

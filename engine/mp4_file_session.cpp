@@ -19,7 +19,8 @@ MP4File::~MP4File() { ReleaseTracks(); }
 
 ZR_U32 MP4File::InitAfterOpen(const std::string& mode) {
   mMode = mode;
-  if (mode == "w") {
+  mWriting = mode == "w";
+  if (mWriting) {
     if (InitAtoms() != 0) return ZR_FAIL(ZR_ERR_MP4_OPEN, "init atoms failed\n");
     if (WriteFtyp() != 0) return ZR_FAIL(ZR_ERR_MP4_OPEN, "write ftyp failed\n");
     if (WriteMdatHeader() != 0) return ZR_FAIL(ZR_ERR_MP4_OPEN, "write mdat header failed\n");

@@ -16,10 +16,12 @@
 namespace zrmp4 {
 namespace {
 
-constexpr ZR_U32 kDirectSize = 32768;         // a piece of this size is not worth a copy
+constexpr ZR_U32 kDirectSize = 32768;         // a piece of this size is not worth a copy,
+constexpr ZR_U32 kDirectPart = 8;             // nor one of this part of the buffer, which is small to lose little
+constexpr ZR_U32 kSmallestDirect = 8192;
 constexpr ZR_U32 kAlignment = 65536;          // buffered writes end on multiples of this, where the buffer is large
 constexpr ZR_U32 kDefaultBuffer = 65536;      // when the caller leaves the size open
-constexpr ZR_U64 kWriteOutWindow = 1u << 20;  // write-out is started in steps of this
+constexpr ZR_U64 kWriteOutWindow = 1u << 18;  // write-out is started in steps of this
 
 bool SyncWanted() {
   const char* choice = std::getenv("ZR_MP4_SYNC");
@@ -68,6 +70,7 @@ int FileIOStream::open(const std::string& path, int fd, ZR_U32 preAllocUnit, ZR_
   const bool writes = creates || mode == "r+";
   struct stat status;
   mBufferSize = bufferSize != 0 ? bufferSize : kDefaultBuffer;
+  mDirectSize = std::min(std::clamp(mBufferSize / kDirectPart, kSmallestDirect, kDirectSize), mBufferSize + 1);
   mBuffer = std::unique_ptr<ZR_U8[]>(new (std::nothrow) ZR_U8[mBufferSize]);
   if (mBuffer == nullptr || (!writes && mode != "r") || !openDescriptor(path, fd, writes, creates) ||
       ::fstat(mFd, &status) != 0) {
@@ -92,6 +95,8 @@ int FileIOStream::open(const std::string& path, int fd, ZR_U32 preAllocUnit, ZR_
   }
   mBase = mAllocatedEnd = mWrittenOut = 0;
   mReadFailed = mWritesOut = false;
+  // A repair reads a little here and there: what the kernel would read ahead is media data that nobody asks for.
+  if (mode == "r+") ::posix_fadvise(mFd, 0, 0, POSIX_FADV_RANDOM);
   if (creates && fd < 0 && mSyncs) SyncDirectoryOf(path);
   mWriteAt = mWriteEnd = mBuffer.get();
   mReadAt = mReadEnd = mBuffer.get();
@@ -172,6 +177,18 @@ ZR_U32 FileIOStream::rawRead(ZR_U8* data, ZR_U32 length) {
   return moved;
 }
 
+bool FileIOStream::peek(ZR_U64 offset, ZR_U8* data, ZR_U32 length) {
+  if (mFd < 0 || flush() != 0) return false;
+  for (ZR_U32 moved = 0; moved < length;) {
+    const ssize_t count = ::pread(mFd, data + moved, length - moved, static_cast<off_t>(offset + moved));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) mReadFailed = true;
+    if (count <= 0) return false;
+    moved += static_cast<ZR_U32>(count);
+  }
+  return true;
+}
+
 // Writing -------------------------------------------------------------------------------------------------------------
 
 bool FileIOStream::startWriting() {
@@ -241,7 +258,7 @@ int FileIOStream::flush() {
 ZR_U32 FileIOStream::rawWrite(const ZR_U8* data, ZR_U32 length) {
   if (!startWriting()) return 0;
   ZR_U32 moved = 0;
-  if (length >= kDirectSize || length > mBufferSize) {
+  if (length >= mDirectSize) {
     writeOut(data, length, &moved);
     return moved;
   }

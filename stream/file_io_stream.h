@@ -43,7 +43,7 @@ class FileIOStream : public IOStream {
   // The same, and waits until it is on the disk, where syncing is on and possible.
   int sync();
   bool syncs() const { return mSyncs; }
-  // From now on write-out is started for every MiB behind the position, so that a sync finds little left to do.
+  // From now on write-out is started for every 256 KiB behind the position, so that a sync finds little left to do.
   void keepWritingOut() { mWritesOut = mSyncs; }
 
   // Stands at this position and forgets everything written behind it, in the buffer and in the file.
@@ -53,6 +53,8 @@ class FileIOStream : public IOStream {
   void setPreAllocUnit(ZR_U32 unit);
   // The most that is read ahead of a small read; 0 for the whole buffer.
   void setReadAhead(ZR_U32 length) { mReadAhead = length; }
+  // Reads somewhere else without moving the position or losing what was read ahead. Answers whether all was there.
+  bool peek(ZR_U64 offset, ZR_U8* data, ZR_U32 length);
   // Whether a read was ever refused by the system, as opposed to reaching the end.
   bool readFailed() const { return mReadFailed; }
 
@@ -81,6 +83,7 @@ class FileIOStream : public IOStream {
   ZR_U32 mPreAllocUnit = 0;
   ZR_U32 mReadAhead = 0;
   ZR_U32 mBufferSize = 0;
+  ZR_U32 mDirectSize = 0;  // a piece of this size does not go through the buffer
   std::unique_ptr<ZR_U8[]> mBuffer;
   ZR_U64 mBase = 0;          // offset in the file of the buffer's first byte
   ZR_U64 mFileEnd = 0;       // length of the file as the kernel has it

@@ -43,6 +43,15 @@ class IOStream {
   ZR_U32 write64(ZR_U64 value) { return put<8>(value); }
   ZR_U32 writeBytes(const ZR_U8* data, ZR_U32 length);
 
+  // Free space for the next length bytes, which count as written once filled, or null where the buffer has none: a
+  // record that is put together there costs no call per field.
+  ZR_U8* claim(ZR_U32 length) {
+    if (mWriteAt == nullptr || static_cast<ZR_U64>(mWriteEnd - mWriteAt) < length) return nullptr;
+    ZR_U8* const space = mWriteAt;
+    mWriteAt += length;
+    return space;
+  }
+
   // Whole tables, swapped on the way. Answer the bytes moved, a multiple of the entry's width when cut short.
   ZR_U64 writeArrayOfBe32(const ZR_U32* values, ZR_U32 count);
   ZR_U64 writeArrayOfBe64(const ZR_U64* values, ZR_U32 count);
@@ -57,6 +66,9 @@ class IOStream {
     return end > position ? end - position : 0;
   }
 
+  static void storeBe32(ZR_U8* to, ZR_U32 value) {
+    for (unsigned i = 0; i < 4; ++i) to[i] = static_cast<ZR_U8>(value >> 8 * (3 - i));
+  }
   // Between big-endian and host order, in place, either way.
   static void swapArrayOfBe32(ZR_U32* array, ZR_U32 count);
   static void swapArrayOfBe64(ZR_U64* array, ZR_U32 count);

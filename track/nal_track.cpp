@@ -1,5 +1,7 @@
 #include "track/nal_track.h"
 
+#include <cstring>
+
 #include "base/log.h"
 #include "base/make_or_null.h"
 #include "track/annexb.h"
@@ -61,6 +63,12 @@ int NalTrack::AnnexbToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL 
     total += kNalLengthSize + out->partSize[unit];
   };
   const ZR_U8* scanned = data;
+  // Nearly every frame begins with the long form, which needs no search.
+  const bool longFirst = scanEnd - data >= 4 && data[0] == 0 && data[1] == 0 && data[2] == 0 && data[3] == 1;
+  if (longFirst) {
+    scanned = data + 4;
+    out->partData[out->partCount++] = scanned;
+  }
   for (;;) {
     const ZR_U8* const code = FindStartCode(scanned, scanEnd);  // its last byte
     if (code == scanEnd) break;
@@ -129,7 +137,15 @@ int NalTrack::ParseSample(const Mp4Sample& sample) {
 }
 
 int NalTrack::writePieces(const Mp4Sample& sample) {
+  constexpr ZR_U32 kSmall = 2048;  // larger units may have a shorter way than through the buffer
   for (ZR_U32 i = 0; i < sample.partCount; ++i) {
+    const ZR_U32 size = sample.partSize[i];
+    ZR_U8* const space = size <= kSmall ? mStream->claim(kNalLengthSize + size) : nullptr;
+    if (space != nullptr) {
+      IOStream::storeBe32(space, size);
+      std::memcpy(space + kNalLengthSize, sample.partData[i], size);
+      continue;
+    }
     if (mStream->writeBe32(sample.partSize[i]) != kNalLengthSize) {
       return ZR_IO_FAIL(-1, "offset:%lld, writeBe32 fail\n", static_cast<long long>(mStream->getCurPos()));
     }
@@ -156,7 +172,7 @@ int NalTrack::ParseMediaParameter(RecordWalker& walker) {
     if (parseStoredFrame(header, walker.dataOffset(), &parsed) != 0) return -1;
     if (parsed) return 0;
   }
-  return 0;
+  return searchEnd(walker);
 }
 
 bool NalTrack::RecoverFrame(const PrivSampleHeader& header, ZR_U64 dataOffset, bool lastBeforeZeros) {

@@ -3,15 +3,27 @@
 #include "base/log.h"
 
 namespace zrmp4 {
+
+void PrivSampleHeader::store(ZR_U8* to) const {
+  IOStream::storeBe32(to, trackId);
+  IOStream::storeBe32(to + 4, isKey);
+  IOStream::storeBe32(to + 8, static_cast<ZR_U32>(pts >> 32));
+  IOStream::storeBe32(to + 12, static_cast<ZR_U32>(pts));
+  IOStream::storeBe32(to + 16, size);
+}
+
 int PrivSampleHeader::Write(IOStream* stream) const {
   if (stream == nullptr) {
     LogNullArgument("Write");
     return -1;
   }
-  ZR_U32 record[] = {trackId, isKey, static_cast<ZR_U32>(pts >> 32), static_cast<ZR_U32>(pts), size};
-  static_assert(sizeof(record) == kSize, "as it stands in the file");
-  IOStream::swapArrayOfBe32(record, kSize / 4);
-  const ZR_U32 moved = stream->writeBytes(reinterpret_cast<const ZR_U8*>(record), kSize);
+  if (ZR_U8* space = stream->claim(kSize)) {
+    store(space);
+    return 0;
+  }
+  ZR_U8 record[kSize];
+  store(record);
+  const ZR_U32 moved = stream->writeBytes(record, kSize);
   if (moved == kSize) return 0;
   const long long offset = static_cast<long long>(stream->getCurPos());
   const bool inPts = moved >= 8 && moved < 16;

@@ -21,6 +21,9 @@ struct PrivSampleHeader {
   ZR_U32 isKey = 0;    // 0 or 1
   ZR_U64 pts = 0;      // microseconds
   ZR_U32 size = 0;     // bytes that follow
+
+ private:
+  void store(ZR_U8* to) const;  // kSize bytes
 };
 
 }  // namespace zrmp4
