@@ -386,6 +386,16 @@ TEST(MediaParameters, AreFoundUpToTheFirstKeyFrame) {
   }
 }
 
+TEST(MediaParameters, AreNotFoundWhereNothingCanBeRead) {
+  for (const TrakAtom::CodecType codec : {TrakAtom::CODEC_HEVC, TrakAtom::CODEC_PRORES_LT}) {
+    const LogCapture log;
+    TrackRig rig(codec, TrackRig::Options(), Bytes().fill(10).data());
+    RecordWalker walker(&rig.stream, 0, 0, 100);  // further than the stream goes
+    EXPECT_EQ(rig.track->ParseMediaParameter(walker), -1);
+    EXPECT_TRUE(log.has("read video frame header fail\n")) << log.all();
+  }
+}
+
 // Other codecs --------------------------------------------------------------------------------------------------------
 
 Data ProresFrame(ZR_U16 width, ZR_U16 height, ZR_U8 interlaceMode, ZR_U8 colour) {

@@ -55,7 +55,7 @@ int PRORESTrack::ParseMediaParameter(RecordWalker& walker) {
     bool parsed = false;
     return parseStoredFrame(header, walker.dataOffset(), &parsed);
   }
-  return 0;
+  return searchEnd(walker);
 }
 
 }  // namespace zrmp4

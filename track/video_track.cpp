@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "base/make_or_null.h"
 #include "box/add_box.h"
+#include "track/record_walker.h"
 
 namespace zrmp4 {
 
@@ -59,6 +60,10 @@ int VideoTrack::parseStoredFrame(const PrivSampleHeader& header, ZR_U64 dataOffs
   if (cutStoredFrame(frame.get(), header.size, &sample) != 0) return ZR_FAIL(0, "frame to sample failed\n");
   *parsed = ParseSample(sample) == 0 || ZR_FAIL(false, "parse sample fail\n");
   return 0;
+}
+
+int VideoTrack::searchEnd(const RecordWalker& walker) {
+  return walker.unreadable() ? ZR_FAIL(-1, "read video frame header fail\n") : 0;
 }
 
 }  // namespace zrmp4

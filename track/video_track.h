@@ -27,6 +27,8 @@ class VideoTrack : public Track {
   // Reads a whole frame from the file and parses it. *parsed says whether it was acceptable; -1 when it could not be
   // read.
   int parseStoredFrame(const PrivSampleHeader& header, ZR_U64 dataOffset, bool* parsed);
+  // What a search answers when the walk over the records has ended: -1 when it could not read on.
+  static int searchEnd(const RecordWalker& walker);
 };
 
 }  // namespace zrmp4
