@@ -7,8 +7,6 @@ namespace {
 
 ZR_MP4_HANDLE HandleOf(const MP4File* file) { return reinterpret_cast<ZR_MP4_HANDLE>(file); }
 
-MP4File* FileOf(ZR_MP4_HANDLE handle) { return reinterpret_cast<MP4File*>(handle); }
-
 }  // namespace
 
 MuxerRegistry& MuxerRegistry::instance() {
@@ -25,14 +23,10 @@ ZR_MP4_HANDLE MuxerRegistry::add(std::unique_ptr<Muxer> muxer) {
   last->previous->next = last;
   mList.previous = last;
   ++mCount;
-  replaceSlot(0, HandleOf(&last->file));
   return HandleOf(&last->file);
 }
 
 MP4File* MuxerRegistry::find(ZR_MP4_HANDLE handle) {
-  for (const auto& slot : mSlots) {
-    if (slot.load(std::memory_order_acquire) == handle) return FileOf(handle);
-  }
   const std::lock_guard<std::mutex> guard(mLock);
   Muxer* muxer = locate(handle);
   return muxer != nullptr ? &muxer->file : nullptr;
@@ -46,16 +40,6 @@ void MuxerRegistry::remove(ZR_MP4_HANDLE handle) {
   removed->previous->next = removed->next;
   removed->next->previous = removed->previous;
   --mCount;
-  replaceSlot(handle, 0);
-}
-
-// The first slot that holds the one handle, if there is any, holds the other from here on.
-void MuxerRegistry::replaceSlot(ZR_MP4_HANDLE from, ZR_MP4_HANDLE to) {
-  for (auto& slot : mSlots) {
-    if (slot.load(std::memory_order_relaxed) != from) continue;
-    slot.store(to, std::memory_order_release);
-    return;
-  }
 }
 
 MuxerRegistry::Muxer* MuxerRegistry::locate(ZR_MP4_HANDLE handle) const {

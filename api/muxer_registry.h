@@ -43,15 +43,11 @@ class MuxerRegistry {
   constexpr MuxerRegistry() : mList{&mList, &mList} {}
 
   Muxer* locate(ZR_MP4_HANDLE handle) const;
-  void replaceSlot(ZR_MP4_HANDLE from, ZR_MP4_HANDLE to);
 
   std::mutex mInterfaceLock;
   std::mutex mLock;  // the list and the count
   Link mList;        // circular, this is its head
   std::atomic<ZR_S32> mCount{0};
-  // The handles once more, 0 for none, changed under the lock: a frame's handle is found here without it. One that
-  // has no slot is found in the list.
-  std::atomic<ZR_MP4_HANDLE> mSlots[MAX_COUNT] = {};
 };
 
 }  // namespace zrmp4
