@@ -24,7 +24,7 @@
  * sample tables. A frame is safe
  *   - from a killed process once the kernel has it: at the latest when u32VBufSize bytes have followed it;
  *   - from a power loss once it was synced: before each snapshot, and in between every 4 MiB and every second.
- * Write-out is started behind the writer for every 256 KiB so that these syncs are short. With ZR_MP4_SYNC=off in the
+ * Write-out is started behind the writer for every MiB so that these syncs are short. With ZR_MP4_SYNC=off in the
  * environment when the file is created nothing is synced: a killed process loses no more than before, a power loss
  * may take everything that the kernel had not written by itself (30 seconds on a usual Linux).
  *
