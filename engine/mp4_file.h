@@ -144,6 +144,7 @@ class MP4File : public ISOBaseMediaFile {
   bool Covered(RecordWalker& cover, ZR_U64 offset);
   int FindAndParseNextTbgp();
   int CheckSnapshot(TbgpAtom& tbgp);
+  bool EndsInRecord(StblAtom& stbl, ZR_U32 trackId);
   int ParseUserDefAtom(ZR_U32 count, ZR_U64 end);
   int AddUserAtom(const RecordWalker& walker);
   int RepairStbl(StblAtom* snapshot, ZR_U32 trackId);

@@ -83,11 +83,20 @@ bool MP4File::IsFinished() {
   AtomHeader header;
   if (mStream->remaining() < header.Size() || header.Read(mStream.get()) != 0) return false;
   if (header.type != "moov" || header.Length(mFileSize) > mFileSize - header.offset) return false;
-  MoovAtom moov(header);
-  if (moov.ReadContent(mStream.get()) != 0 || moov.trackCount() == 0 || moov.GetChild("mvhd") == nullptr) return false;
-  ZR_U64 inside = header.Size();
-  for (const Atom* box = moov.firstChild(); box != nullptr; box = box->nextSibling()) inside += box->header().size;
-  return inside == header.size;
+  // Its boxes are not looked into: that of a track without a key frame has a configuration that cannot be read.
+  const ZR_U64 end = header.offset + header.Length(mFileSize);
+  bool movieHeader = false;
+  bool track = false;
+  ZR_U64 at = mStream->getCurPos();
+  while (at < end) {
+    AtomHeader box;
+    if (mStream->seek(static_cast<long long>(at), 0) != 0 || box.Read(mStream.get()) != 0) return false;
+    if (box.size < box.Size() || box.size > end - at) return false;
+    movieHeader = movieHeader || box.type == "mvhd";
+    track = track || box.type == "trak";
+    at += box.size;
+  }
+  return movieHeader && track;
 }
 
 // The configuration of the recording; figures that no recording can have are damage and count as none.
@@ -230,9 +239,22 @@ int MP4File::CheckSnapshot(TbgpAtom& tbgp) {
     if (tbgp.entry(i).trackId != track->trackId() || stsz == nullptr) return -1;
     const SnapshotBounds bounds = {mLastGoodEnd, tbgp.header().offset, stsz->getCount(), track->isConstantRate(),
                                    mUseCo64 != 0};
-    if (!SnapshotHolds(*tbgp.entry(i).stbl, bounds)) return -1;
+    StblAtom& stbl = *tbgp.entry(i).stbl;
+    if (!SnapshotHolds(stbl, bounds) || !EndsInRecord(stbl, track->trackId())) return -1;
   }
   return 0;
+}
+
+// Whether the last sample of a snapshot stands where it says. The end of its tables is what a snapshot loses that was
+// cut while it was written, in front of zeros that read as numbers too.
+bool MP4File::EndsInRecord(StblAtom& stbl, ZR_U32 trackId) {
+  const auto& sizes = TableOf<StszAtom>(&stbl, "stsz")->entries();
+  if (sizes.empty()) return true;
+  const ZR_U64 offset = mUseCo64 ? TableOf<Co64Atom>(&stbl, "co64")->entries().back()
+                                 : TableOf<StcoAtom>(&stbl, "stco")->entries().back();
+  PrivSampleHeader header;
+  return mStream->seek(static_cast<long long>(offset - PrivSampleHeader::kSize), 0) == 0 &&
+         header.Read(mStream.get()) == 0 && header.trackId == trackId && header.size == sizes.back();
 }
 
 // Restores the user boxes of the interval that a table group at end closes.
@@ -271,7 +293,8 @@ int MP4File::AddUserAtom(const RecordWalker& walker) {
   if (mStream->readBytes(reinterpret_cast<ZR_U8*>(path), pathLength) != pathLength) {
     return ZR_FAIL(-1, "read useratom path failed\n");
   }
-  if (AddAtom(path, box.get()) == 0) box.release();
+  // A path that was cut in front of zeros could name another parent.
+  if (std::strlen(path) == pathLength && AddAtom(path, box.get()) == 0) box.release();
   return 0;
 }
 
@@ -376,17 +399,21 @@ int MP4File::UpdateTrack(Track* track, const RecordWalker& walker) {
   return track->update(sample);
 }
 
-// Space that was reserved and never written reads as zeros, where a header cannot be.
+// Space that was reserved and never written reads as zeros, where a header cannot be. Less than a header of zeros may
+// as well be the beginning of one, and a table group that was begun tells that zeros in front of it are padding.
 bool MP4File::ZerosFollow(ZR_U64 offset) {
   ZR_U8 head[PrivSampleHeader::kSize];
-  const ZR_U64 left = mFileSize - offset;
-  const ZR_U32 length = left < sizeof(head) ? static_cast<ZR_U32>(left) : PrivSampleHeader::kSize;
-  if (length == 0 || mStream->seek(static_cast<long long>(offset), 0) != 0) return false;
-  if (mStream->readBytes(head, length) != length) return false;
-  for (ZR_U32 i = 0; i < length; ++i) {
-    if (head[i] != 0) return false;
+  if (mFileSize - offset < sizeof(head)) return false;
+  if (!mStream->peek(offset, head, PrivSampleHeader::kSize)) return false;
+  for (const ZR_U8 byte : head) {
+    if (byte != 0) return false;
   }
-  return true;
+  const ZR_U64 multiple = mBackupUnit != 0 ? (offset + mBackupUnit - 1) / mBackupUnit * mBackupUnit : mFileSize;
+  if (mFileSize <= multiple || mFileSize - multiple < 8) return true;
+  ZR_U32 size = 0;
+  ZR_U32 type = 0;
+  if (mStream->seek(static_cast<long long>(multiple), 0) != 0) return false;
+  return mStream->readBe32(&size) == 4 && mStream->readBe32(&type) == 4 && (size | type) == 0;
 }
 
 bool MP4File::FollowedByRecord(const RecordWalker& walker) {

@@ -61,7 +61,9 @@ bool SnapshotHolds(StblAtom& stbl, const SnapshotBounds& bounds) {
   if (!SizeAgrees(*stts, 16, 8) || !SizeAgrees(*stsc, 16, 12) || !SizeAgrees(*stsz, 20, 4)) return false;
   if (stss != nullptr && (!SizeAgrees(*stss, 16, 4) || !SyncNumbersAgree(*stss, samples, bounds))) return false;
   // Every chunk of a snapshot holds one sample.
-  if (stsc->entries().count() != 1 || stsc->entries().front().samplesPerChunk != 1) return false;
+  if (stsc->entries().count() != 1) return false;
+  const StscEntry& run = stsc->entries().front();
+  if (run.firstChunk != 1 || run.samplesPerChunk != 1 || run.sampleDescriptionIndex != 1) return false;
   return DurationsAgree(*stts, samples, bounds) &&
          (bounds.wide ? OffsetsAgree<Co64Atom>(stbl, "co64", 8, *stsz, bounds)
                       : OffsetsAgree<StcoAtom>(stbl, "stco", 4, *stsz, bounds));
