@@ -222,11 +222,11 @@ void DropCache(const std::string& path) {
   ::close(fd);
 }
 
-Run RepairOnce(const std::string& path) {
+Run RepairOnce(const std::string& path, ZR_BOOL extraFrames) {
   Run run;
   const double started = Now();
   BeginPhase(Phase::kRepair);
-  if (ZR_MP4_RepairFile(path.c_str(), ZR_TRUE) != 0) std::_Exit(3);
+  if (ZR_MP4_RepairFile(path.c_str(), extraFrames) != 0) std::_Exit(3);
   EndPhase(Phase::kRepair);
   run.wall = Now() - started;
   return run;
@@ -241,13 +241,14 @@ void RepairOf(const char* name, uint32_t unit, uint64_t bytes, const Options& op
 
   RecordCut(work, *MakeZrmp4(setup), path, bytes);
   DropCache(path);
-  add("seconds", InChild([&] { return RepairOnce(path); }).wall);
+  add("seconds", InChild([&] { return RepairOnce(path, ZR_TRUE); }).wall);
   const double frames = CountFrames(path);
   ::unlink(path.c_str());
 
   RecordCut(work, *MakeZrmp4(setup), path, bytes);
   const double size = static_cast<double>(SizeOf(path));
-  const SystemCalls calls = TraceCalls("repair", {"repair", path});
+  // The frames behind the last snapshot are no business of the snapshots'.
+  const SystemCalls calls = TraceCalls("repair", {"repair", path, bytes > unit ? "0" : "1"});
   ::unlink(path.c_str());
   const double snapshots = std::max(1.0, static_cast<double>(bytes / unit));
   add("frames", frames);
@@ -317,7 +318,7 @@ int RunOnce(const std::vector<std::string>& words) {
 int Main(const std::vector<std::string>& words) {
   av_log_set_level(AV_LOG_ERROR);
   if (words.size() == 5 && words[0] == "run") return RunOnce(words);
-  if (words.size() == 2 && words[0] == "repair") return RepairOnce(words[1]).wall >= 0 ? 0 : 1;
+  if (words.size() == 3 && words[0] == "repair") return RepairOnce(words[1], words[2] == "1").wall >= 0 ? 0 : 1;
   Options options;
   if (!options.parse(words)) {
     std::fprintf(stderr,

@@ -78,7 +78,6 @@ bool MP4File::IsFinished() {
   const AtomHeader& mdat = mMdat->header();
   const ZR_U64 length = mdat.Length(mFileSize);
   if (mdat.offset >= mFileSize || length >= mFileSize - mdat.offset) return false;
-  mStream->setReadAhead(0);
   if (mStream->seek(static_cast<long long>(mdat.offset + length), 0) != 0) return false;
   AtomHeader header;
   if (mStream->remaining() < header.Size() || header.Read(mStream.get()) != 0) return false;

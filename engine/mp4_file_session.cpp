@@ -34,6 +34,8 @@ ZR_U32 MP4File::InitAfterOpen(const std::string& mode) {
     return ZR_FAIL(ZR_ERR_MP4_OPEN, "file open mode is not support\n");
   }
   mFileSize = mStream->size();
+  constexpr ZR_U32 kReadAhead = 4096;  // the head of the file is small, and the media data is not read
+  if (mRepairMode) mStream->setReadAhead(kReadAhead);
   if (mFileSize < 1) return ZR_FAIL(ZR_ERR_MP4_OPEN, "file size is illegal\n");
   if (ReadTopAtoms() != 0) return ZR_FAIL(ZR_ERR_MP4_READ, "read top atom from file failed\n");
   if (mode == "r" && ParseFileInfo() != 0) return ZR_FAIL(ZR_ERR_MP4_OPEN, "Parse file info failed\n");

@@ -17,8 +17,8 @@ namespace zrmp4 {
 namespace {
 
 constexpr ZR_U32 kDirectSize = 32768;         // a piece of this size is not worth a copy,
-constexpr ZR_U32 kDirectPart = 8;             // nor one of this part of the buffer, which is small to lose little
-constexpr ZR_U32 kSmallestDirect = 8192;
+constexpr ZR_U32 kDirectPart = 12;            // nor one of this part of the buffer, which is small to lose little
+constexpr ZR_U32 kSmallestDirect = 5120;
 constexpr ZR_U32 kAlignment = 65536;          // buffered writes end on multiples of this, where the buffer is large
 constexpr ZR_U32 kDefaultBuffer = 65536;      // when the caller leaves the size open
 constexpr ZR_U64 kWriteOutWindow = 1u << 20;  // write-out is started in steps of this
