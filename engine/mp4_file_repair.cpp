@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include "base/log.h"
@@ -18,11 +19,16 @@ namespace {
 constexpr ZR_U32 kRecordReadAhead = 32;             // a private header and the head of what follows
 constexpr ZR_U32 kSmallestUnit = 4096;              // anything less in a file is damage
 constexpr ZR_U32 kLargestPreAllocUnit = 104857600;  // the most that a configuration may ask for
+constexpr ZR_U32 kPage = 4096;                      // of a file, as it reaches the disk
+constexpr ZR_U64 kMostUnsynced = 64u << 20;         // what may be written between two syncs
 
 template <typename Table>
 Table* TableOf(StblAtom* stbl, const char* type) {
   return stbl->Find<Table>(type);
 }
+
+// Sound and data that are not coded may well hold pages of zeros.
+bool IsCoded(const Track& track) { return track.trak()->codecType() < TrakAtom::CODEC_RESERVED; }
 
 // Whether groups, those of tracks beyond the configuration among them, make up the box to its end, where the records
 // go on.
@@ -381,10 +387,27 @@ bool MP4File::RecoverFrame(const RecordWalker& walker) {
     return FollowedByRecord(walker) || ZR_FAIL(false, "illegal track ID\n");
   }
   const bool emptyAudio = track->trak()->trakType() == TrakAtom::TRAK_AUDIO && walker.header().size == 0;
-  if (emptyAudio || !track->RecoverFrame(walker.header(), walker.dataOffset(), ZerosFollow(walker.endOffset()))) {
+  if (emptyAudio || (IsCoded(*track) && HasLostPage(walker.dataOffset(), walker.endOffset())) ||
+      !track->RecoverFrame(walker.header(), walker.dataOffset(), ZerosFollow(walker.endOffset()))) {
     return false;
   }
   return UpdateTrack(track, walker) == 0 || ZR_FAIL(false, "updateTrack fail\n");
+}
+
+// Whether a page of what was written last never reached the disk: the order in which pages do is open, and one that did
+// not reads as zeros, which no codec makes in such numbers.
+bool MP4File::HasLostPage(ZR_U64 from, ZR_U64 end) {
+  ZR_U8 bytes[kPage];
+  constexpr ZR_U32 kProbe = 8;
+  if (mFileSize > kMostUnsynced) from = std::max(from, mFileSize - kMostUnsynced);
+  for (ZR_U64 page = (from + kPage - 1) / kPage * kPage; page < end; page += kPage) {
+    const ZR_U32 length = static_cast<ZR_U32>(std::min<ZR_U64>(kPage, mFileSize - page));
+    const auto allZero = [&](ZR_U32 size) {
+      return mStream->peek(page, bytes, size) && std::count(bytes, bytes + size, 0) == static_cast<long>(size);
+    };
+    if (allZero(std::min(length, kProbe)) && allZero(length)) return true;
+  }
+  return false;
 }
 
 int MP4File::UpdateTrack(Track* track, const RecordWalker& walker) {

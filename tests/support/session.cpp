@@ -165,6 +165,13 @@ const std::vector<Session>& Sessions() {
   return sessions;
 }
 
+Session LongIntervals() {
+  const auto prores = VideoTrack(ZR_MP4_CODEC_PRORES_HQ);
+  const auto hevc = VideoTrack(ZR_MP4_CODEC_H265);
+  return SessionBuilder("long intervals", 65536, {VideoTrack(), hevc, AudioTrack(ZR_MP4_CODEC_AAC), prores})
+      .rounds(30, 1900, {"/"});
+}
+
 // Recording ----------------------------------------------------------------------------------------------------------
 
 namespace {
@@ -373,16 +380,17 @@ const std::string& Model::tailAfter(std::size_t calls) {
   return mTails[calls] = Tail(file.bytes(), mMdat);
 }
 
+std::uint64_t Model::mediaEnd(const Data& file) const { return mMdat + Number(file, mMdat + 8, 8); }
+
 std::string Model::difference(const Data& repaired, std::uint64_t cut, bool extraFrames, bool sameMedia) {
   const std::uint64_t end = keptEnd(cut, extraFrames);
   if (repaired.size() < end) return "media data is missing";
-  const auto media = static_cast<long>(mMdat) + 16;
+  const auto media = static_cast<long>(mediaStart());
   const auto last = mWhole.begin() + static_cast<long>(end);
   const auto other = std::mismatch(mWhole.begin() + media, last, repaired.begin() + media).first;
   if (other != last) return "media data differs at " + std::to_string(other - mWhole.begin());
-  if (sameMedia && mMdat + Number(repaired, mMdat + 8, 8) != end) {
-    return "media data ends at " + std::to_string(mMdat + Number(repaired, mMdat + 8, 8)) + " instead of " +
-           std::to_string(end);
+  if (sameMedia && mediaEnd(repaired) != end) {
+    return "media data ends at " + std::to_string(mediaEnd(repaired)) + " instead of " + std::to_string(end);
   }
   const std::size_t calls = keptCalls(cut, extraFrames);
   const std::string wrong = FirstDifference(Tail(repaired, mMdat), tailAfter(calls));

@@ -51,6 +51,8 @@ struct Session {
 
 // Sessions of every codec, with and without each option.
 const std::vector<Session>& Sessions();
+// One of many pages between two snapshots.
+Session LongIntervals();
 
 struct Outcome {
   std::vector<std::uint64_t> ends;  // of the file after each call
@@ -67,6 +69,10 @@ class Model {
   explicit Model(const Session& session);
 
   const Data& whole() const { return mWhole; }  // not finished
+  const std::vector<Record>& records() const { return mRecords; }
+  // Where the media data of a file of this session begins, and ends by its size.
+  std::uint64_t mediaStart() const { return mMdat + 16; }
+  std::uint64_t mediaEnd(const Data& file) const;
   std::vector<std::uint64_t> boundaries() const;
   ZR_U32 status(std::uint64_t cut) const;
   std::size_t keptCalls(std::uint64_t cut, bool extraFrames) const;

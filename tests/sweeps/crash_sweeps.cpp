@@ -1,0 +1,362 @@
+#include <algorithm>
+#include <cstdlib>
+#include <random>
+#include <set>
+
+#include "tests/support/session.h"
+#include "tests/sweeps/sweep.h"
+#include "tests/sweeps/system_calls.h"
+
+// The file as it would stand after a crash: cut after any write, inside it, or with pages that never reached the disk.
+
+namespace {
+
+constexpr std::size_t kPage = 4096;
+constexpr std::size_t kAll = static_cast<std::size_t>(-1);
+
+// Does to a file in memory what the library did to one on disk, or the first bytes of it.
+void Apply(Data& file, const FileOperation& operation, std::size_t bytes = kAll) {
+  if (operation.kind == FileOperation::kTruncate) file.resize(operation.offset);
+  if (operation.kind != FileOperation::kWrite) return;
+  const std::size_t size = std::min(bytes, operation.bytes.size());
+  if (size != 0 && operation.offset + size > file.size()) file.resize(operation.offset + size);
+  std::copy_n(operation.bytes.begin(), size, file.begin() + static_cast<long>(operation.offset));
+}
+
+std::vector<FileOperation> OperationsOf(const Session& session) {
+  const MemoryFile file;
+  const SystemCalls calls;
+  Play(session, file.path(), session.calls.size(), true);
+  return calls.operations();
+}
+
+// Where a write may be torn: nothing of it, a little, a sector, a page.
+std::vector<std::size_t> TearsOf(const FileOperation& operation) {
+  std::vector<std::size_t> tears;
+  for (const std::size_t tear : {0, 1, 7, 512, 4096}) {
+    if (tear == 0 || (operation.kind == FileOperation::kWrite && tear < operation.bytes.size())) tears.push_back(tear);
+  }
+  return tears;
+}
+
+// Repairs files, and holds them against what was recorded.
+class Judge {
+ public:
+  explicit Judge(const Session& session) : mSession(session), model(session) {}
+
+  // A file that holds all of the recording up to the cut.
+  std::string exact(const Data& crashed, std::uint64_t cut, bool extraFrames) {
+    const ZR_U32 status = repair(crashed, extraFrames);
+    if (status != model.status(cut)) return "status " + std::to_string(status);
+    if (status != 0) return mRepaired == crashed ? "" : "changed without success";
+    const bool finished = mRepaired == crashed && model.mediaEnd(crashed) == model.whole().size();
+    const std::string wrong = model.difference(mRepaired, cut, extraFrames || finished);
+    return wrong.empty() ? again(extraFrames) : wrong;
+  }
+
+  // A file that surely holds the recording up to some byte, and of what follows this and that. Zeros where bytes are
+  // missing tell what is lost, but for sound and data that is not coded; anything else tells nothing.
+  std::string atLeast(const Data& crashed, std::uint64_t sure, bool extraFrames, bool zeros) {
+    const ZR_U32 status = repair(crashed, extraFrames);
+    if (status != 0) {
+      if (model.status(sure) == 0 || !documented(status)) return "status " + std::to_string(status);
+      return mRepaired == crashed ? "" : "changed without success";
+    }
+    const std::uint64_t end = model.mediaEnd(mRepaired);
+    const bool finished = mRepaired == crashed;
+    if (model.keptCalls(end, extraFrames || finished) < model.keptCalls(sure, extraFrames)) {
+      return "lost more than it may: ends at " + std::to_string(end);
+    }
+    const std::string wrong = zeros ? differenceOfCoded(end, extraFrames || finished) : problemBehind(sure, end);
+    return wrong.empty() ? again(extraFrames) : wrong;
+  }
+
+  // A file of which nothing is sure: it is made whole or left alone.
+  std::string valid(const Data& crashed, bool extraFrames) {
+    const ZR_U32 status = repair(crashed, extraFrames);
+    if (status != 0) return documented(status) && mRepaired == crashed ? "" : "status " + std::to_string(status);
+    const std::string problem = RecordedFile(mFile.path()).problem();
+    if (!problem.empty()) return problem;
+    const auto start = static_cast<long>(model.mediaStart());
+    const std::uint64_t end = model.mediaEnd(mRepaired);
+    const bool same = end <= crashed.size() && std::equal(mRepaired.begin() + start,
+                                                          mRepaired.begin() + static_cast<long>(end),
+                                                          crashed.begin() + start);
+    return same ? again(extraFrames) : "media data was changed";
+  }
+
+  MemoryFile& file() { return mFile; }
+
+ private:
+  const Session& mSession;
+
+ public:
+  Model model;
+
+ private:
+  ZR_U32 repair(const Data& crashed, bool extraFrames) {
+    mFile.set(crashed, crashed.size());
+    const ZR_U32 status = ZR_MP4_RepairFile(mFile.path().c_str(), extraFrames);
+    mRepaired = mFile.bytes();
+    return status;
+  }
+
+  std::string differenceOfCoded(std::uint64_t end, bool extraFrames) {
+    Data judged = mRepaired;
+    for (const Record& record : model.records()) {
+      if (record.kind != "frame" || isCoded(record) || record.offset + record.size > end) continue;
+      std::copy_n(model.whole().begin() + static_cast<long>(record.offset) + 20, record.size - 20,
+                  judged.begin() + static_cast<long>(record.offset) + 20);
+    }
+    return model.difference(judged, end, extraFrames);
+  }
+
+  std::string problemBehind(std::uint64_t sure, std::uint64_t end) {
+    const auto start = static_cast<long>(model.mediaStart());
+    const bool same = std::equal(mRepaired.begin() + start, mRepaired.begin() + static_cast<long>(std::min(sure, end)),
+                                 model.whole().begin() + start);
+    return same ? RecordedFile(mFile.path()).problem() : "media data differs";
+  }
+
+  std::string again(bool extraFrames) {
+    const bool same = ZR_MP4_RepairFile(mFile.path().c_str(), extraFrames) == 0 && mFile.bytes() == mRepaired;
+    return same ? "" : "a second repair changed the file";
+  }
+
+  static bool documented(ZR_U32 status) {
+    return status == ZR_ERR_MP4_OPEN_FILE || status == ZR_ERR_MP4_ATOM_NOT_FOUND || status == ZR_ERR_MP4_NO_TRACK_CFG ||
+           status == ZR_ERR_MP4_REPAIR_MOOV || status == ZR_ERR_MP4_CREATE_TRACK;
+  }
+
+  bool isCoded(const Record& record) const {
+    const zrMP4_TRACK_INFO_S& track = mSession.tracks[record.trackId - 1];
+    return track.enTrackType == ZR_MP4_TRACK_VIDEO ||
+           (track.enTrackType == ZR_MP4_TRACK_AUDIO && track.stAudioInfo.enCodecID <= ZR_MP4_CODEC_MP3);
+  }
+
+  MemoryFile mFile;
+  Data mRepaired;
+};
+
+template <typename Check>
+void Try(Sweep& sweep, const Session& session, const std::string& where, Check check) {
+  for (const bool extraFrames : {false, true}) {
+    const std::string state = session.name + ", " + where + (extraFrames ? ", extra frames" : "");
+    if (sweep.tries(state)) sweep.expect(state, check(extraFrames));
+  }
+}
+
+std::string At(const char* what, std::size_t number) { return std::string(what) + " " + std::to_string(number); }
+
+}  // namespace
+
+void TornWrites(Sweep& sweep) {
+  for (std::size_t s = 0; s < sweep.choose<std::size_t>(4, Sessions().size()); ++s) {
+    const Session& session = Sessions()[s];
+    Judge judge(session);
+    Data file;
+    const std::vector<FileOperation> operations = OperationsOf(session);
+    for (std::size_t i = 0; i < operations.size(); ++i) {
+      for (const std::size_t tear : TearsOf(operations[i])) {
+        Data crashed = file;
+        Apply(crashed, operations[i], tear);
+        const std::uint64_t cut = std::min(crashed.size(), judge.model.whole().size());
+        Try(sweep, session, At("call", i) + At(", torn at", tear),
+            [&](bool extraFrames) { return judge.exact(crashed, cut, extraFrames); });
+      }
+      Apply(file, operations[i]);
+    }
+    Try(sweep, session, "finished",
+        [&](bool extraFrames) { return judge.exact(file, judge.model.whole().size(), extraFrames); });
+  }
+}
+
+void EveryByte(Sweep& sweep) {
+  for (const Session& session : Sessions()) {
+    Judge judge(session);
+    const Data& whole = judge.model.whole();
+    const std::vector<std::uint64_t> boundaries = judge.model.boundaries();
+    for (std::size_t cut = 0; cut <= whole.size(); ++cut) {
+      const bool close = std::any_of(boundaries.begin(), boundaries.end(), [&](std::uint64_t at) {
+        return cut + 1 >= at && cut <= at + 1;
+      });
+      if (!close && cut % sweep.choose(37u, 1u) != 0) continue;
+      const Data crashed(whole.begin(), whole.begin() + static_cast<long>(cut));
+      Try(sweep, session, At("cut", cut),
+          [&](bool extraFrames) { return judge.exact(crashed, cut, extraFrames); });
+    }
+  }
+}
+
+// Lost pages -----------------------------------------------------------------------------------------------------------
+
+namespace {
+
+// What the disk may hold when power fails: of the pages written since the last sync any may be there.
+class Disk {
+ public:
+  void apply(const FileOperation& operation) {
+    if (operation.kind == FileOperation::kSync) {
+      mDurable = mWritten;
+      mPages.clear();
+      return;
+    }
+    const std::size_t from = operation.offset / kPage;
+    Apply(mWritten, operation);
+    for (std::size_t page = from; page * kPage < operation.offset + operation.bytes.size(); ++page) mPages.insert(page);
+  }
+
+  const Data& durable() const { return mDurable; }
+  std::size_t pages() const { return mPages.size(); }
+
+  // Lengths that the file may have: that of the last sync, that of now, and one between.
+  std::set<std::size_t> lengths() const {
+    return {mDurable.size(), mWritten.size(), (mDurable.size() + mWritten.size()) / 2};
+  }
+
+  // The file with some of the pages; the others hold what they held before, or else zeros or stale bytes.
+  Data with(const std::vector<bool>& kept, std::size_t length, bool zeros) const {
+    Data file = mDurable;
+    if (file.size() < mWritten.size()) {
+      const std::size_t from = file.size();
+      file.resize(mWritten.size());
+      if (!zeros) std::generate(file.begin() + static_cast<long>(from), file.end(), std::minstd_rand(7));
+    }
+    std::size_t number = 0;
+    for (const std::size_t page : mPages) {
+      const std::size_t from = page * kPage;
+      if (!kept[number++] || from >= mWritten.size()) continue;
+      std::copy_n(mWritten.begin() + static_cast<long>(from), std::min(kPage, mWritten.size() - from),
+                  file.begin() + static_cast<long>(from));
+    }
+    file.resize(length);
+    return file;
+  }
+
+ private:
+  Data mDurable;
+  Data mWritten;
+  std::set<std::size_t> mPages;  // written since the last sync
+};
+
+// All subsets of a few pages; of many each alone lost, each alone kept, and some by chance.
+std::vector<std::vector<bool>> SubsetsOf(std::size_t pages, std::size_t seed) {
+  std::vector<std::vector<bool>> subsets;
+  if (pages <= 10) {
+    for (std::size_t mask = 0; mask < std::size_t{1} << pages; ++mask) {
+      std::vector<bool> kept(pages);
+      for (std::size_t i = 0; i < pages; ++i) kept[i] = (mask >> i & 1) != 0;
+      subsets.push_back(kept);
+    }
+    return subsets;
+  }
+  std::minstd_rand random(static_cast<unsigned>(seed) + 1);
+  for (std::size_t i = 0; i < pages; ++i) {
+    for (const bool others : {false, true}) {
+      std::vector<bool> kept(pages, others);
+      kept[i] = !others;
+      subsets.push_back(kept);
+    }
+    std::vector<bool> kept(pages);
+    for (std::size_t k = 0; k < pages; ++k) kept[k] = random() % 8 != 0;
+    subsets.push_back(kept);
+  }
+  return subsets;
+}
+
+void LosePagesOf(Sweep& sweep, const Session& session, bool syncing) {
+  Judge judge(session);
+  Disk disk;
+  const std::vector<FileOperation> operations = OperationsOf(session);
+  std::size_t number = 0;
+  for (std::size_t i = 0; i < operations.size(); ++i) {
+    disk.apply(operations[i]);
+    const std::uint64_t sure = std::min(disk.durable().size(), judge.model.whole().size());
+    std::size_t subset = 0;
+    for (const std::vector<bool>& kept : SubsetsOf(disk.pages(), i)) {
+      ++subset;
+      for (const std::size_t length : disk.lengths()) {
+        for (const bool zeros : {true, false}) {
+          if (++number % sweep.choose(311u, 5u) != 0) continue;
+          const Data crashed = disk.with(kept, length, zeros);
+          const std::string where = At("call", i) + At(", pages", subset) + At(", length", length) +
+                                    (zeros ? ", zeros" : ", stale bytes") + (syncing ? "" : ", no syncs");
+          Try(sweep, session, where, [&](bool extraFrames) {
+            return syncing ? judge.atLeast(crashed, sure, extraFrames, zeros) : judge.valid(crashed, extraFrames);
+          });
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
+
+void LostPages(Sweep& sweep) {
+  std::vector<Session> sessions = Sessions();
+  sessions.insert(sessions.begin(), LongIntervals());
+  sessions.resize(sweep.choose<std::size_t>(5, sessions.size()));
+  for (const Session& session : sessions) LosePagesOf(sweep, session, true);
+  setenv("ZR_MP4_SYNC", "off", 1);
+  for (const Session& session : sessions) LosePagesOf(sweep, session, false);
+  unsetenv("ZR_MP4_SYNC");
+}
+
+// Cut repairs ----------------------------------------------------------------------------------------------------------
+
+namespace {
+
+class RepairCuts {
+ public:
+  RepairCuts(Sweep& sweep, const Session& session) : mSweep(sweep), mSession(session), mJudge(session) {}
+
+  // Repairs a file, cuts the repair after every write, and does the same to what comes of it, so many times.
+  void run(const Data& crashed, std::uint64_t cut, bool extraFrames, int depth, const std::string& where) {
+    std::vector<FileOperation> operations;
+    {
+      mJudge.file().set(crashed, crashed.size());
+      const SystemCalls calls;
+      ZR_MP4_RepairFile(mJudge.file().path().c_str(), extraFrames);
+      operations = calls.operations();
+    }
+    Data file = crashed;
+    for (std::size_t i = 0; i < operations.size(); ++i) {
+      for (const std::size_t tear : TearsOf(operations[i])) {
+        Data again = file;
+        Apply(again, operations[i], tear);
+        const std::string state = where + At(", call", i) + At(" torn at", tear);
+        if (mSweep.tries(state)) mSweep.expect(state, mJudge.exact(again, cut, extraFrames));
+        // What a first write left is met by the second repair as it was by the first.
+        if (depth > 1 && i + depth >= 2) run(again, cut, extraFrames, depth - 1, state);
+      }
+      Apply(file, operations[i]);
+    }
+  }
+
+  const Data& whole() const { return mJudge.model.whole(); }
+  std::string name(std::size_t cut, bool extraFrames) const {
+    return mSession.name + At(", cut", cut) + (extraFrames ? ", extra frames" : "");
+  }
+
+ private:
+  Sweep& mSweep;
+  const Session& mSession;
+  Judge mJudge;
+};
+
+}  // namespace
+
+void CutRepair(Sweep& sweep) {
+  for (const Session& session : Sessions()) {
+    RepairCuts cuts(sweep, session);
+    const std::size_t size = cuts.whole().size();
+    const std::size_t step = size / sweep.choose<std::size_t>(15, 40);
+    for (std::size_t cut = step; cut <= size; cut += step) {
+      const Data crashed(cuts.whole().begin(), cuts.whole().begin() + static_cast<long>(cut));
+      for (const bool extraFrames : {false, true}) {
+        const int depth = sweep.choose(1, cut % 8 == 0 ? 3 : 2);
+        cuts.run(crashed, cut, extraFrames, depth, cuts.name(cut, extraFrames));
+      }
+    }
+  }
+}

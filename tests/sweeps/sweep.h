@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+// A sweep tries one scenario in many states that differ a little: cut after every write, failing at every call. A state
+// has a name, by which it can be tried again alone.
+class Sweep {
+ public:
+  Sweep(std::string name, bool full, std::string only) : mName(std::move(name)), mFull(full), mOnly(std::move(only)) {}
+
+  // Whether this is the long run.
+  bool full() const { return mFull; }
+  template <typename T>
+  T choose(T quick, T full) const {
+    return mFull ? full : quick;
+  }
+
+  // Whether the state is to be tried; it counts then.
+  bool tries(const std::string& state) {
+    if (!mOnly.empty() && state != mOnly) return false;
+    ++mStates;
+    return true;
+  }
+  // Notes what is wrong with the state that was tried last; nothing when problem is empty.
+  void expect(const std::string& state, const std::string& problem);
+
+  std::uint64_t states() const { return mStates; }
+  std::uint64_t failures() const { return mFailures; }
+
+ private:
+  std::string mName;
+  bool mFull;
+  std::string mOnly;
+  std::uint64_t mStates = 0;
+  std::uint64_t mFailures = 0;
+};
+
+// Each with the promise that it keeps to account, see docs/guarantees.md.
+void TornWrites(Sweep& sweep);
+void EveryByte(Sweep& sweep);
+void LostPages(Sweep& sweep);
+void CutRepair(Sweep& sweep);

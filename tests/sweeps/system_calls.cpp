@@ -1,0 +1,118 @@
+#include "tests/sweeps/system_calls.h"
+
+#include <fcntl.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+
+namespace {
+
+thread_local SystemCalls* tWatcher = nullptr;
+
+bool Enter(std::size_t* length = nullptr) { return tWatcher == nullptr || tWatcher->enter(length); }
+
+void Note(FileOperation::Kind kind, std::uint64_t offset, const void* data = nullptr, ssize_t size = 0) {
+  if (tWatcher == nullptr || size < 0) return;
+  const auto* bytes = static_cast<const std::uint8_t*>(data);
+  tWatcher->note({kind, offset, data != nullptr ? Data(bytes, bytes + size) : Data()});
+}
+
+}  // namespace
+
+SystemCalls::SystemCalls() { tWatcher = this; }
+
+SystemCalls::~SystemCalls() { tWatcher = nullptr; }
+
+void SystemCalls::failAfter(std::size_t calls, Fault fault, bool forGood) {
+  mFailAt = mCount + calls;
+  mFault = fault;
+  mForGood = forGood;
+  mFailed = false;
+}
+
+bool SystemCalls::enter(std::size_t* length) {
+  const std::size_t call = mCount++;
+  if (mFault == Fault::kNone || call < mFailAt || (call > mFailAt && !mForGood)) return true;
+  if (mFault == Fault::kShort) {
+    if (length != nullptr && *length > 1) {
+      *length /= 2;
+      mFailed = true;
+    }
+    return true;
+  }
+  mFailed = true;
+  errno = mFault == Fault::kIo ? EIO : mFault == Fault::kNoSpace ? ENOSPC : EINTR;
+  return false;
+}
+
+extern "C" {
+
+int __real_open64(const char* path, int flags, ...);
+int __real_close(int fd);
+ssize_t __real_pread64(int fd, void* data, std::size_t size, off64_t at);
+ssize_t __real_pwrite64(int fd, const void* data, std::size_t size, off64_t at);
+int __real_ftruncate64(int fd, off64_t length);
+int __real_fallocate64(int fd, int mode, off64_t from, off64_t length);
+int __real_sync_file_range(int fd, off64_t from, off64_t length, unsigned flags);
+int __real_fdatasync(int fd);
+
+int __wrap_open64(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return Enter() ? __real_open64(path, flags, mode) : -1;
+}
+
+int __wrap_close(int fd) {
+  // Closed it is all the same.
+  const bool good = Enter();
+  const int result = __real_close(fd);
+  return good ? result : -1;
+}
+
+ssize_t __wrap_pread64(int fd, void* data, std::size_t size, off64_t at) {
+  return Enter(&size) ? __real_pread64(fd, data, size, at) : -1;
+}
+
+ssize_t __wrap_pwrite64(int fd, const void* data, std::size_t size, off64_t at) {
+  if (!Enter(&size)) return -1;
+  const ssize_t moved = __real_pwrite64(fd, data, size, at);
+  Note(FileOperation::kWrite, static_cast<std::uint64_t>(at), data, moved);
+  return moved;
+}
+
+ssize_t __wrap_pwritev64(int fd, const struct iovec* pieces, int count, off64_t at) {
+  Data joined;
+  for (int i = 0; i < count; ++i) {
+    const auto* bytes = static_cast<const std::uint8_t*>(pieces[i].iov_base);
+    joined.insert(joined.end(), bytes, bytes + pieces[i].iov_len);
+  }
+  return __wrap_pwrite64(fd, joined.data(), joined.size(), at);
+}
+
+int __wrap_ftruncate64(int fd, off64_t length) {
+  if (!Enter()) return -1;
+  const int result = __real_ftruncate64(fd, length);
+  if (result == 0) Note(FileOperation::kTruncate, static_cast<std::uint64_t>(length));
+  return result;
+}
+
+int __wrap_fallocate64(int fd, int mode, off64_t from, off64_t length) {
+  return Enter() ? __real_fallocate64(fd, mode, from, length) : -1;
+}
+
+int __wrap_sync_file_range(int fd, off64_t from, off64_t length, unsigned flags) {
+  return Enter() ? __real_sync_file_range(fd, from, length, flags) : -1;
+}
+
+int __wrap_fdatasync(int fd) {
+  if (!Enter()) return -1;
+  const int result = __real_fdatasync(fd);
+  if (result == 0) Note(FileOperation::kSync, 0);
+  return result;
+}
+
+}  // extern "C"

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "tests/support/recording.h"
+
+// What the library did to a file, below its stream: the calls of the linked program go through here.
+
+struct FileOperation {
+  enum Kind { kWrite, kTruncate, kSync };
+
+  Kind kind;
+  std::uint64_t offset;  // or the new length
+  Data bytes;
+};
+
+// Watches the system calls on files of this thread's code while it lives; one at a time.
+class SystemCalls {
+ public:
+  enum class Fault { kNone, kIo, kNoSpace, kInterrupted, kShort };
+
+  SystemCalls();
+  ~SystemCalls();
+  SystemCalls(const SystemCalls&) = delete;
+  SystemCalls& operator=(const SystemCalls&) = delete;
+
+  // The call after this many fails so, and every one behind it if it is for good. Interrupted calls are so once, short
+  // ones move half of what they were asked to; those that move nothing cannot be short.
+  void failAfter(std::size_t calls, Fault fault, bool forGood = false);
+  std::size_t count() const { return mCount; }
+  // Whether the fault took place.
+  bool failed() const { return mFailed; }
+
+  const std::vector<FileOperation>& operations() const { return mOperations; }
+
+  // For the wrappers: whether the call may go on; errno is set otherwise. length is what the call is to move.
+  bool enter(std::size_t* length = nullptr);
+  void note(FileOperation operation) { mOperations.push_back(std::move(operation)); }
+
+ private:
+  std::vector<FileOperation> mOperations;
+  std::size_t mCount = 0;
+  std::size_t mFailAt = static_cast<std::size_t>(-1);
+  Fault mFault = Fault::kNone;
+  bool mForGood = false;
+  bool mFailed = false;
+};
