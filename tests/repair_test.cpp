@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <set>
 
 #include "tests/support/log_capture.h"
 #include "tests/support/session.h"
@@ -11,83 +11,26 @@ namespace {
 class Repair : public ::testing::Test {
  protected:
   ZR_U32 repair(bool extraFrames) { return ZR_MP4_RepairFile(file.path().c_str(), extraFrames); }
+  // Offsets of the snapshots in the file.
+  std::vector<std::uint64_t> groups() const {
+    std::vector<std::uint64_t> offsets;
+    for (const Record& record : RecordedFile(file.path()).records()) {
+      if (record.kind == "tbgp") offsets.push_back(record.offset);
+    }
+    return offsets;
+  }
 
   LogCapture log;
   MemoryFile file;
 };
 
-class RepairOf : public Repair, public ::testing::WithParamInterface<std::size_t> {};
-
-// Every boundary, its neighbours, and a stride between.
-std::set<std::uint64_t> CutsOf(const Model& model, std::uint64_t stride) {
-  std::set<std::uint64_t> cuts;
-  const std::uint64_t size = model.whole().size();
-  for (const std::uint64_t at : model.boundaries()) {
-    for (const std::uint64_t cut : {at - 1, at, at + 1}) {
-      if (cut <= size) cuts.insert(cut);
-    }
-  }
-  for (std::uint64_t cut = 0; cut <= size; cut += stride) cuts.insert(cut);
-  return cuts;
-}
-
-TEST_P(RepairOf, AnyCutEqualsARecordingFinishedThere) {
-  const Session& session = Sessions()[GetParam()];
-  Model model(session);
-  ASSERT_FALSE(model.whole().empty());
-  for (std::size_t calls = 0; calls <= session.calls.size(); calls += calls < 8 ? 1 : 13) {
-    ASSERT_EQ(model.problemAfter(calls), "") << calls << " calls";
-  }
-  ASSERT_EQ(model.problemAfter(session.calls.size()), "");
-  int failures = 0;
-  for (const std::uint64_t cut : CutsOf(model, 37)) {
-    for (const bool extraFrames : {false, true}) {
-      SCOPED_TRACE(session.name + ", cut " + std::to_string(cut) + ", flag " + std::to_string(extraFrames));
-      log.clear();
-      file.set(model.whole(), cut);
-      const Data before = file.bytes();
-      const ZR_U32 status = repair(extraFrames);
-      const Data once = file.bytes();
-      EXPECT_EQ(status, model.status(cut)) << std::hex << status;
-      if (status != 0) {
-        EXPECT_EQ(once, before) << "changed";
-      } else {
-        EXPECT_EQ(model.difference(once, cut, extraFrames), "");
-        EXPECT_EQ(repair(extraFrames), 0u);
-        EXPECT_TRUE(file.bytes() == once) << "a second repair changed the file";
-      }
-      if (HasFailure() && ++failures == 5) FAIL() << log.all();
-    }
-  }
-}
-
-TEST_F(Repair, DropsAFrameThatWasCutInFrontOfReservedSpace) {
-  const auto telling = [](const Session& one) { return one.telling; };
-  const Session& session = *std::find_if(Sessions().begin(), Sessions().end(), telling);
-  Model model(session);
-  for (const std::uint64_t cut : CutsOf(model, 5)) {
-    if (model.keptCalls(cut, true) == 0) continue;
-    for (const std::size_t zeros : {300, 700, 9000}) {
-      SCOPED_TRACE(session.name + ", cut " + std::to_string(cut) + ", zeros " + std::to_string(zeros));
-      file.set(model.whole(), cut, zeros);
-      ASSERT_EQ(repair(true), 0u);
-      EXPECT_EQ(model.difference(file.bytes(), cut, true, false), "");
-      if (HasFailure()) return;
-    }
-  }
-}
-
 // What a damaged snapshot costs: everything behind it, unless the flag recovers the frames up to it.
 TEST_F(Repair, ADamagedSnapshotEndsTheSnapshots) {
   const Session& session = Sessions()[2];
   Model model(session);
-  std::vector<std::uint64_t> groups;
   file.set(model.whole(), model.whole().size());
-  for (const auto& record : RecordedFile(file.path()).records()) {
-    if (record.kind == "tbgp") groups.push_back(record.offset);
-  }
-  ASSERT_GE(groups.size(), 2u);
-  const std::uint64_t group = groups[1];
+  ASSERT_GE(groups().size(), 2u);
+  const std::uint64_t group = groups()[1];
   const std::uint64_t end = group + RecordedFile(file.path()).number(group, 4);
   for (std::uint64_t at = group; at < end; at += 3) {
     for (const bool tail : {false, true}) {
@@ -130,6 +73,107 @@ TEST_F(Repair, ARecordingWithoutFramesIsWholeAtOnce) {
   EXPECT_TRUE(file.bytes() == before);
 }
 
-INSTANTIATE_TEST_SUITE_P(Sessions, RepairOf, ::testing::Range<std::size_t>(0, Sessions().size()));
+TEST_F(Repair, ASnapshotOfAnotherSizeIsNotTrusted) {
+  Model model(Sessions()[2]);
+  Data data = model.whole();
+  file.set(data, data.size());
+  const std::uint64_t group = groups().at(1);
+  data[group + 3] = static_cast<std::uint8_t>(data[group + 3] + 4);
+  file.set(data, data.size());
+  ASSERT_EQ(repair(true), 0u);
+  EXPECT_EQ(model.difference(file.bytes(), group, true), "");
+}
+
+TEST_F(Repair, AConfigurationThatWasCutInReservedSpaceIsNone) {
+  const Model model(Sessions()[1]);
+  const Record& vemo = model.records().at(0);
+  ASSERT_EQ(vemo.kind, "vemo");
+  for (std::uint64_t written = 12; written < vemo.size - 4; written += 9) {
+    file.set(model.whole(), vemo.offset + written, 9000);
+    const Data before = file.bytes();
+    EXPECT_EQ(repair(true), ZR_ERR_MP4_NO_TRACK_CFG) << written;
+    EXPECT_TRUE(file.bytes() == before);
+  }
+}
+
+// The seventh track, or one that came after the first frame.
+TEST_F(Repair, TracksThatAreNotProtectedCostTheOthersNothing) {
+  constexpr std::size_t kTracks = 7;
+  for (const std::size_t atFirst : {kTracks, std::size_t{2}}) {
+    SCOPED_TRACE(std::to_string(atFirst) + " tracks at first");
+    log.clear();
+    zrMP4_CONFIG_S config = MuxerConfig(file.path(), 524288);
+    config.stMuxerConfig.u32VBufSize = 1;
+    Muxer muxer(config);
+    std::vector<ZR_MP4_TRACK_HANDLE> tracks;
+    std::vector<std::size_t> written(kTracks);
+    for (std::size_t round = 0; round < 60; ++round) {
+      while (tracks.size() < (round < 3 ? atFirst : kTracks)) tracks.push_back(muxer.add(MetaTrack()));
+      for (std::size_t i = 0; i < tracks.size(); ++i) {
+        ASSERT_EQ(muxer.write(tracks[i], Data(3000 + i, static_cast<std::uint8_t>(round + 1)), round * 40000), 0u);
+        ++written[i];
+      }
+    }
+    const std::size_t kept = std::min<std::size_t>(atFirst, 6);
+    for (std::size_t i = kept; i < kTracks; ++i) {
+      const std::string name = std::to_string(i + 1);
+      EXPECT_TRUE(log.has("track[" + name + "] is not protected, it cannot be repaired after a cut\n"));
+    }
+    const Data cut = file.bytes();
+    const auto check = [&](std::size_t count) {
+      const RecordedFile recorded(file.path());
+      EXPECT_EQ(recorded.problem(), "");
+      ASSERT_EQ(recorded.tracks().size(), count);
+      for (std::size_t i = 0; i < count; ++i) {
+        const TrackView track = recorded.tracks()[i];
+        ASSERT_EQ(track.samples.size(), written[i]);
+        EXPECT_EQ(recorded.bytes(track.samples.back()), Data(3000 + i, 60));
+      }
+    };
+    ASSERT_EQ(muxer.finish(), 0u);
+    ASSERT_EQ(muxer.destroy(), 0u);
+    check(kTracks);
+    file.set(cut, cut.size());
+    ASSERT_EQ(repair(true), 0u);
+    check(kept);
+  }
+}
+
+// A frame of some GiB, of which nothing needs to be there, brings the next one beyond what 32 bits can tell.
+TEST_F(Repair, FramesBeyondTheReachOf32BitOffsetsAreDropped) {
+  for (const bool wide : {false, true}) {
+    Session session = {"far", 16777216, 65536, 0, wide ? ZR_TRUE : ZR_FALSE, ZR_FALSE, {MetaTrack()}};
+    session.calls = {{0, Data(50, 1), 0}, {0, Data(60, 2), 40000}, {0, Data(70, 3), 80000}};
+    const Outcome outcome = Play(session, file.path(), 3, false);
+    Data data = file.bytes();
+    const std::uint32_t size = 0xFFFFFFF0;
+    const std::uint64_t second = outcome.ends[0];
+    for (std::size_t i = 0; i < 4; ++i) data[second + 16 + i] = static_cast<std::uint8_t>(size >> (24 - 8 * i));
+    file.set(data, second + 20, size);
+    const std::uint64_t third = second + 20 + size;
+    ASSERT_EQ(pwrite(file.descriptor(), &data[outcome.ends[1]], 90, static_cast<off_t>(third)), 90);
+    ASSERT_EQ(repair(true), 0u);
+    const RecordedFile repaired(file.path());
+    EXPECT_EQ(repaired.problem(), "");
+    EXPECT_EQ(repaired.tracks().at(0).samples.size(), wide ? 3u : 2u);
+  }
+}
+
+TEST_F(Repair, AFileWithTwoMoviesIsReadAndLeftAlone) {
+  const Session& session = Sessions()[3];
+  ASSERT_EQ(Play(session, file.path(), session.calls.size(), true).status, 0u);
+  Data data = file.bytes();
+  const RecordedFile finished(file.path());
+  const Data movie = finished.bytes(finished.find("moov")->offset, finished.find("moov")->size);
+  data.insert(data.end(), movie.begin(), movie.end());
+  file.set(data, data.size());
+  EXPECT_EQ(repair(true), 0u);
+  EXPECT_TRUE(file.bytes() == data);
+  ZR_MP4_HANDLE handle = 0;
+  const zrMP4_CONFIG_S config = DemuxerConfig(file.path());
+  ASSERT_EQ(ZR_MP4_Create(&handle, &config), 0u);
+  EXPECT_EQ(ZR_MP4_DestroyAllTracks(handle, nullptr), 0u);
+  EXPECT_EQ(ZR_MP4_Destroy(handle, nullptr), 0u);
+}
 
 }  // namespace

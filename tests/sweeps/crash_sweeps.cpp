@@ -54,6 +54,14 @@ class Judge {
     return wrong.empty() ? again(extraFrames) : wrong;
   }
 
+  // One that goes on with zeros behind the cut: a cut frame shows that it is.
+  std::string reserved(std::uint64_t cut, std::size_t zeros) {
+    Data crashed(model.whole().begin(), model.whole().begin() + static_cast<long>(cut));
+    crashed.resize(cut + zeros);
+    const ZR_U32 status = repair(crashed, true);
+    return status != 0 ? "status " + std::to_string(status) : model.difference(mRepaired, cut, true, false);
+  }
+
   // A file that surely holds the recording up to some byte, and of what follows this and that. Zeros where bytes are
   // missing tell what is lost, but for sound and data that is not coded; anything else tells nothing.
   std::string atLeast(const Data& crashed, std::uint64_t sure, bool extraFrames, bool zeros) {
@@ -71,10 +79,12 @@ class Judge {
     return wrong.empty() ? again(extraFrames) : wrong;
   }
 
-  // A file of which nothing is sure: it is made whole or left alone.
+  // A file of which nothing is sure: it is made whole or left alone. One that looks finished is left alone too: without
+  // syncs the size of its media data may be there before its index is.
   std::string valid(const Data& crashed, bool extraFrames) {
     const ZR_U32 status = repair(crashed, extraFrames);
     if (status != 0) return documented(status) && mRepaired == crashed ? "" : "status " + std::to_string(status);
+    if (mRepaired == crashed && model.mediaEnd(crashed) == model.whole().size()) return "";
     const std::string problem = RecordedFile(mFile.path()).problem();
     if (!problem.empty()) return problem;
     const auto start = static_cast<long>(model.mediaStart());
@@ -171,20 +181,44 @@ void TornWrites(Sweep& sweep) {
   }
 }
 
+namespace {
+
+// Whether a byte that a cut would make the first one missing is worth a look of its own.
+bool IsClose(const std::vector<std::uint64_t>& boundaries, std::size_t cut) {
+  return std::any_of(boundaries.begin(), boundaries.end(),
+                     [&](std::uint64_t at) { return cut + 1 >= at && cut <= at + 1; });
+}
+
+// A frame that was cut inside space that was reserved, which reads as zeros.
+void CutInReservedSpace(Sweep& sweep, const Session& session, Judge& judge) {
+  for (std::size_t cut = 0; cut < judge.model.whole().size(); cut += sweep.choose(5u, 1u)) {
+    if (judge.model.keptCalls(cut, true) == 0) continue;
+    for (const std::size_t zeros : {300, 700, 9000}) {
+      const std::string state = session.name + At(", cut", cut) + At(", zeros", zeros);
+      if (sweep.tries(state)) sweep.expect(state, judge.reserved(cut, zeros));
+    }
+  }
+}
+
+}  // namespace
+
 void EveryByte(Sweep& sweep) {
   for (const Session& session : Sessions()) {
     Judge judge(session);
+    // What repairs are held against is a good file itself.
+    for (std::size_t calls = 0; calls <= session.calls.size(); calls += calls < 8 ? 1 : sweep.choose(13, 1)) {
+      const std::string state = session.name + At(", finished after call", calls);
+      if (sweep.tries(state)) sweep.expect(state, judge.model.problemAfter(calls));
+    }
     const Data& whole = judge.model.whole();
     const std::vector<std::uint64_t> boundaries = judge.model.boundaries();
     for (std::size_t cut = 0; cut <= whole.size(); ++cut) {
-      const bool close = std::any_of(boundaries.begin(), boundaries.end(), [&](std::uint64_t at) {
-        return cut + 1 >= at && cut <= at + 1;
-      });
-      if (!close && cut % sweep.choose(37u, 1u) != 0) continue;
+      if (cut % sweep.choose(37u, 1u) != 0 && !IsClose(boundaries, cut)) continue;
       const Data crashed(whole.begin(), whole.begin() + static_cast<long>(cut));
       Try(sweep, session, At("cut", cut),
           [&](bool extraFrames) { return judge.exact(crashed, cut, extraFrames); });
     }
+    if (session.telling) CutInReservedSpace(sweep, session, judge);
   }
 }
 
