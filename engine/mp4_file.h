@@ -153,7 +153,7 @@ class MP4File : public ISOBaseMediaFile {
   int MergeStco(StblAtom* out, StblAtom* in, ZR_U32 samples);
   void ParseExtraFrame(ZR_U64* end);
   bool RecoverFrame(const RecordWalker& walker);
-  bool HasLostPage(ZR_U64 from, ZR_U64 end);
+  bool HasLostPage(const RecordWalker& walker);
   int UpdateTrack(Track* track, const RecordWalker& walker);
   bool ZerosFollow(ZR_U64 offset);
   bool FollowedByRecord(const RecordWalker& walker);

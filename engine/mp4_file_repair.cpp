@@ -387,27 +387,35 @@ bool MP4File::RecoverFrame(const RecordWalker& walker) {
     return FollowedByRecord(walker) || ZR_FAIL(false, "illegal track ID\n");
   }
   const bool emptyAudio = track->trak()->trakType() == TrakAtom::TRAK_AUDIO && walker.header().size == 0;
-  if (emptyAudio || (IsCoded(*track) && HasLostPage(walker.dataOffset(), walker.endOffset())) ||
+  if (emptyAudio || (IsCoded(*track) && HasLostPage(walker)) ||
       !track->RecoverFrame(walker.header(), walker.dataOffset(), ZerosFollow(walker.endOffset()))) {
     return false;
   }
   return UpdateTrack(track, walker) == 0 || ZR_FAIL(false, "updateTrack fail\n");
 }
 
-// Whether a page of what was written last never reached the disk: the order in which pages do is open, and one that did
-// not reads as zeros, which no codec makes in such numbers.
-bool MP4File::HasLostPage(ZR_U64 from, ZR_U64 end) {
-  ZR_U8 bytes[kPage];
+// Whether a page of what was written last never reached the disk: pages do in any order, and one that did not reads as
+// zeros. Codecs make them in such numbers only to fill a frame up to its end.
+bool MP4File::HasLostPage(const RecordWalker& walker) {
   constexpr ZR_U32 kProbe = 8;
+  ZR_U8 bytes[kPage];
+  const auto allZero = [&](ZR_U64 at, ZR_U64 size) {
+    const ZR_U32 length = static_cast<ZR_U32>(size);
+    return mStream->peek(at, bytes, length) && std::count(bytes, bytes + length, 0) == static_cast<long>(length);
+  };
+  ZR_U64 from = walker.dataOffset();
   if (mFileSize > kMostUnsynced) from = std::max(from, mFileSize - kMostUnsynced);
+  const ZR_U64 end = walker.endOffset();
+  bool zeros = false;
   for (ZR_U64 page = (from + kPage - 1) / kPage * kPage; page < end; page += kPage) {
-    const ZR_U32 length = static_cast<ZR_U32>(std::min<ZR_U64>(kPage, mFileSize - page));
-    const auto allZero = [&](ZR_U32 size) {
-      return mStream->peek(page, bytes, size) && std::count(bytes, bytes + size, 0) == static_cast<long>(size);
-    };
-    if (allZero(std::min(length, kProbe)) && allZero(length)) return true;
+    const ZR_U64 length = std::min<ZR_U64>(kPage, mFileSize - page);
+    if (length >= kProbe && allZero(page, kProbe) && allZero(page, length)) {
+      zeros = true;
+    } else if (zeros && !allZero(page, std::min<ZR_U64>(kPage, end - page))) {
+      return true;
+    }
   }
-  return false;
+  return zeros && !FollowedByRecord(walker);
 }
 
 int MP4File::UpdateTrack(Track* track, const RecordWalker& walker) {

@@ -159,6 +159,20 @@ TEST_F(Repair, FramesBeyondTheReachOf32BitOffsetsAreDropped) {
   }
 }
 
+// Some encoders fill frames up to a size: not to be taken for pages that never reached the disk.
+TEST_F(Repair, AFrameFilledWithZerosIsKeptWhereTheRecordsGoOn) {
+  Data filled = KeyFrame(3000);
+  filled.resize(16000);
+  Session session = {"filled", 65536, 1, 0, ZR_FALSE, ZR_FALSE, {VideoTrack()}};
+  session.calls = {{0, filled, 0, true}, {0, DeltaFrame(), 40000}, {0, filled, 80000, true}};
+  const Outcome outcome = Play(session, file.path(), 3, false);
+  ASSERT_EQ(outcome.statuses, std::vector<ZR_U32>(3));
+  ASSERT_EQ(repair(true), 0u);
+  const RecordedFile repaired(file.path());
+  EXPECT_EQ(repaired.problem(), "");
+  EXPECT_EQ(repaired.tracks().at(0).samples.size(), 2u) << "the last one could be a torn one";
+}
+
 TEST_F(Repair, AFileWithTwoMoviesIsReadAndLeftAlone) {
   const Session& session = Sessions()[3];
   ASSERT_EQ(Play(session, file.path(), session.calls.size(), true).status, 0u);
