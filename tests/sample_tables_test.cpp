@@ -269,7 +269,8 @@ TEST(SampleTables, WhenMemoryIsOutNothingHasChanged) {
   const LogCapture log;
   StszAtom table;
   ASSERT_TRUE(table.reserve());
-  for (ZR_U32 i = 0; i < 1024; ++i) {
+  const ZR_U32 room = table.room();
+  for (ZR_U32 i = 0; i < room; ++i) {
     const AllocFaults memory(0);
     ASSERT_TRUE(table.addEntry(i));  // reserved, so it cannot fail
   }
@@ -279,8 +280,8 @@ TEST(SampleTables, WhenMemoryIsOutNothingHasChanged) {
     EXPECT_FALSE(table.reserve());
   }
   EXPECT_EQ(log.all(), "MP4 3 no memory:stsz\nMP4 3 no memory:stsz\n");
-  EXPECT_EQ(table.getCount(), 1024u);
-  EXPECT_EQ(table.header().size, 20u + 4 * 1024);
+  EXPECT_EQ(table.getCount(), room);
+  EXPECT_EQ(table.header().size, 20u + 4 * room);
   ASSERT_TRUE(table.reserve());
   const AllocFaults memory(0);
   EXPECT_TRUE(table.addEntry(1));
@@ -292,7 +293,7 @@ TEST(SampleTables, AFailedReadForLackOfMemoryLeavesAnEmptyTable) {
   StszAtom table;
   const LogCapture log;
   {
-    const AllocFaults memory(3);  // the buffer of the bulk read and two blocks of three
+    const AllocFaults memory(3);  // the buffer of the bulk read and two blocks of four
     EXPECT_EQ(table.Read(&stream), -1);
   }
   EXPECT_EQ(log.all(), "MP4 3 no memory:stsz\nMP4 3 read data failed\n");
