@@ -76,7 +76,8 @@ class SessionBuilder {
   }
 
   SessionBuilder& box(const std::string& path) {
-    mSession.calls.push_back({Call::kBox, Data(++mBoxes * 3 % 40, static_cast<std::uint8_t>(mBoxes)), 0, false, path});
+    ++mBoxes;
+    mSession.calls.push_back({Call::kBox, Data(mBoxes * 3 % 40, static_cast<std::uint8_t>(mBoxes)), 0, false, path});
     return *this;
   }
   SessionBuilder& leadingBox(const std::string& path) {

@@ -1,0 +1,193 @@
+// Public calls in any order, with good and bad arguments, dead handles among them.
+#include <cstring>
+
+#include "fuzz/fuzz.h"
+
+namespace {
+
+constexpr const char* kPaths[] = {"/",    "/moov",      "/moov/trak[0]", "/moov/trak[1]/mdia/minf", "/moov/udta",
+                                  "note", "/moov/trak", "/mdat",         "/moov/trak[0]/mdia/hdlr", "/free",
+                                  "",     "/moov/note", "/mdat/vemo",    "/moov/trak[9]"};
+constexpr const char* kTypes[] = {"note", "udta", "free", "trak", "moov", "uuid", "abc"};
+constexpr ZR_U32 kSizes[] = {65536, 1, 0, 524288, 5242880, 5242881, 524287, 0xFFFFFFFF};
+
+ZR_U64 gHookDuration;
+
+ZR_U32 Hook(ZR_MP4_HANDLE, ZR_U32, ZR_U64* duration) {
+  *duration += gHookDuration;
+  return 1;
+}
+
+class Caller {
+ public:
+  explicit Caller(Input in) : mIn(in) {}
+
+  void run() {
+    while (!mIn.empty() && mCalls++ < 300) call(mIn.byte());
+    for (const ZR_MP4_HANDLE handle : mHandles) ZR_MP4_Destroy(handle, nullptr);
+    for (const MemoryFile& file : mFiles) RecordedFile(file.path()).tracks();
+    MP4_PROC_DestroyTrack(mMuxer);
+    MP4_PROC_Remove(mMuxer);
+  }
+
+ private:
+  void call(unsigned kind) {
+    switch (kind % 20) {
+      case 0: case 1: return create(true);
+      case 2: return create(false);
+      case 3: case 4: return createTrack();
+      case 5: case 6: case 7: case 8: case 9: return writeFrame();
+      case 10: case 11: return addAtom();
+      case 12: ZR_MP4_GetTrackByIndex(handle(), mIn.byte(), mIn.byte() % 8 ? &mInfo : nullptr, &mFound); return;
+      case 13: return GetPayload(handle(), path(), 1 << 20);
+      case 14: ZR_MP4_GetFileInfo(handle(), mIn.byte() % 8 ? &mFileInfo : nullptr); return;
+      case 15:
+        gHookDuration = mIn.number(8);
+        ZR_MP4_DestroyAllTracks(handle(), mIn.byte() % 2 ? Hook : nullptr);
+        return;
+      case 16: ZR_MP4_Destroy(handle(), mIn.byte() % 2 ? &mDuration : nullptr); return;
+      case 17: ZR_MP4_RepairFile(fileName().c_str(), mIn.byte() % 2); return;
+      case 18: return statistics();
+      default: return cut();
+    }
+  }
+
+  std::string fileName() {
+    const unsigned which = mIn.byte();
+    if (which % 16 == 15) return std::string(which, '/');
+    return which % 16 == 14 ? "" : mFiles[which % 2].path();
+  }
+
+  void create(bool writes) {
+    zrMP4_CONFIG_S config = {};
+    fileName().copy(config.aszFileName, sizeof(config.aszFileName));
+    const unsigned flags = mIn.byte();
+    config.s32Fd = flags & 1u ? mFiles[0].descriptor() : flags & 2u ? -2 : -1;
+    config.enConfigType = flags >= 0xF8 ? static_cast<zrMP4_CONFIG_TYPE_E>(flags)
+                          : writes      ? ZR_MP4_CONFIG_MUXER
+                                        : ZR_MP4_CONFIG_DEMUXER;
+    if (writes) {
+      zrMP4_MUXER_CONFIG_S& muxer = config.stMuxerConfig;
+      muxer = {mIn.oneOf(kSizes) & 0x1FFFFFu, mIn.oneOf(kSizes),          flags >> 2 & 3u, flags >> 4 & 1u,
+               mIn.oneOf(kSizes),             static_cast<zrMP4_FORMAT_PROFILE_E>(flags >> 5 & 1u)};
+    } else {
+      config.stDemuxerConfig.u32VBufSize = mIn.oneOf(kSizes);
+    }
+    ZR_MP4_HANDLE made = 0;
+    if (ZR_MP4_Create(flags % 16 == 9 ? nullptr : &made, &config) == 0) mHandles.push_back(made);
+  }
+
+  // One that is or was live, or none at all.
+  ZR_MP4_HANDLE handle() {
+    const unsigned which = mIn.byte();
+    if (mHandles.empty() || which >= 0xF8) return which & 7u;
+    return mHandles[mHandles.size() - 1 - which % mHandles.size()];
+  }
+  ZR_MP4_TRACK_HANDLE track() {
+    const unsigned which = mIn.byte();
+    if (mTracks.empty() || which >= 0xF8) return which & 7u;
+    return mTracks[mTracks.size() - 1 - which % mTracks.size()];
+  }
+
+  void createTrack() {
+    const unsigned kind = mIn.byte();
+    zrMP4_TRACK_INFO_S info = kind % 4 == 0   ? VideoTrack(static_cast<zrMP4_CODECID_E>(mIn.byte() % 8))
+                              : kind % 4 == 1 ? AudioTrack(static_cast<zrMP4_CODECID_E>(mIn.byte() % 8 + 6))
+                                              : MetaTrack();
+    if (kind % 4 == 3) {  // anything
+      const Data raw = mIn.bytes();
+      if (!raw.empty()) std::memcpy(&info, raw.data(), std::min(raw.size(), sizeof(info)));
+    }
+    const ZR_MP4_HANDLE file = handle();
+    if (ZR_MP4_CreateTrack(file, kind == 0xFF ? nullptr : &mFound, &info) == 0) mTracks.push_back(mFound);
+  }
+
+  Data frame() {
+    switch (mIn.byte() % 6) {
+      case 0: return KeyFrame(mIn.byte() + 1);
+      case 1: return DeltaFrame(mIn.byte() + 1);
+      case 2: return AacFrame(mIn.byte());
+      case 3: return Data(mIn.number(2) * 8, 7);  // snapshots are far apart
+      default: return mIn.bytes();
+    }
+  }
+
+  void writeFrame() {
+    Data data = frame();
+    const auto size = static_cast<ZR_U32>(data.size());
+    const unsigned flags = mIn.byte();
+    mTime += flags & 1u ? mIn.number(8) : 33333;
+    const zrMP4_FRAME_DATA_S info = {mTime, size == 0 ? nullptr : data.data(), size, flags >> 1 & 1u};
+    const ZR_MP4_HANDLE file = handle();
+    ZR_MP4_WriteFrame(file, track(), flags == 0xFF ? nullptr : &info);
+  }
+
+  std::string path() {
+    const unsigned which = mIn.byte();
+    if (which < 0xC0) return kPaths[which % (sizeof(kPaths) / sizeof(*kPaths))];
+    const Data raw = mIn.bytes();
+    return {raw.begin(), raw.end()};
+  }
+
+  void addAtom() {
+    Data data = mIn.byte() % 8 ? mIn.bytes() : Data(mIn.number(3), 1);
+    zrMP4_ATOM_INFO_S info = {static_cast<ZR_U32>(data.size()), "", data.empty() ? nullptr : data.data()};
+    std::memcpy(info.aszType, mIn.oneOf(kTypes), 4);
+    if (mIn.byte() == 0xFF) info.aszType[4] = 'x';
+    const ZR_MP4_HANDLE file = handle();
+    ZR_MP4_AddAtom(file, path().c_str(), &info);
+  }
+
+  void statistics() {
+    zrMP4_CONFIG_S config = MuxerConfig(fileName().substr(0, 255));
+    const zrMP4_TRACK_INFO_S info = mIn.byte() % 2 ? VideoTrack() : AudioTrack();
+    zrMP4_PROC_TRACK_S* track = nullptr;
+    switch (mIn.byte() % 5) {
+      case 0:
+        if (mMuxer == nullptr) MP4_PROC_Add(&mMuxer, &config);
+        return;
+      case 1:
+        MP4_PROC_CreateTrack(mMuxer, &track, &info);
+        MP4_PROC_WriteFrame(mMuxer, track, mIn.number(8), mIn.word(), mIn.number(8));
+        return;
+      case 2: MP4_PROC_DestroyTrack(mMuxer); return;
+      case 3:
+        MP4_PROC_DestroyTrack(mMuxer);
+        MP4_PROC_Remove(mMuxer);
+        mMuxer = nullptr;
+        return;
+      default:
+        MP4_PROC_UpdateWriteTime(config.aszFileName, mIn.number(8));
+        MP4_PROC_UpdateAllocTime(config.aszFileName, mIn.number(8));
+    }
+  }
+
+  // A crash, or somebody who does not know that the file is in use.
+  void cut() {
+    const MemoryFile& file = mFiles[mIn.byte() % 2];
+    const Data bytes = file.bytes();
+    const std::size_t length = std::min<std::size_t>(bytes.size(), mIn.number(2));
+    MemoryFile copy;
+    copy.set(bytes, length, mIn.byte());
+    ZR_MP4_RepairFile(copy.path().c_str(), ZR_TRUE);
+  }
+
+  Input mIn;
+  int mCalls = 0;
+  MemoryFile mFiles[2];
+  std::vector<ZR_MP4_HANDLE> mHandles;
+  std::vector<ZR_MP4_TRACK_HANDLE> mTracks;
+  zrMP4_PROC_MUXER_S* mMuxer = nullptr;
+  zrMP4_TRACK_INFO_S mInfo = {};
+  zrMP4_FILE_INFO_S mFileInfo = {};
+  ZR_MP4_TRACK_HANDLE mFound = 0;
+  ZR_U64 mDuration = 0;
+  ZR_U64 mTime = 1000000;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Caller(Input(data, size)).run();
+  return 0;
+}
