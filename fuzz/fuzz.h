@@ -16,8 +16,11 @@
 #define ZRMP4_HAS_FEATURE(name) 0
 #endif
 #if defined(__SANITIZE_ADDRESS__) || ZRMP4_HAS_FEATURE(address_sanitizer)
-#include <sanitizer/allocator_interface.h>
 #define ZRMP4_COUNTS_MEMORY
+// Of the sanitizer's library; not every compiler has its header.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*allocated)(const volatile void*, std::size_t),
+                                                         void (*freed)(const volatile void*));
+extern "C" std::size_t __sanitizer_get_allocated_size(const volatile void* memory);
 #endif
 
 // What the fuzz targets share. Each target is one source file, so that this may define what a program has once.

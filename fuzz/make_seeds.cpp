@@ -21,7 +21,8 @@ void Write(const std::string& target, const std::string& name, const Data& data)
 // As write_frames decodes it.
 Data Encode(const Session& session) {
   Bytes bytes;
-  bytes.u8(session.wide | session.constantRate << 1 | (session.preAlloc != 0 ? 0x10u : 0u)).u8(session.tracks.size() - 1);
+  bytes.u8(session.wide | session.constantRate << 1 | (session.preAlloc != 0 ? 0x10u : 0u));
+  bytes.u8(session.tracks.size() - 1);
   for (const zrMP4_TRACK_INFO_S& track : session.tracks) {
     switch (track.enTrackType) {
       case ZR_MP4_TRACK_VIDEO: bytes.u8(std::min<unsigned>(track.stVideoInfo.enCodecID, 2)); break;

@@ -28,7 +28,8 @@ void CheckRepaired(const MemoryFile& file, const Data& before) {
   const Box& mdat = *repaired.find("mdat");
   Require(mdat.end() <= std::max<std::size_t>(before.size(), mdat.payload()), "the media data has grown");
   const auto media = before.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(mdat.payload(), before.size()));
-  const Data kept(media, before.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(mdat.end(), before.size())));
+  const Data kept(media,
+                  before.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(mdat.end(), before.size())));
   Require(repaired.bytes(mdat.payload(), mdat.end() - mdat.payload()) == kept, "the media data has changed");
   ZR_MP4_HANDLE handle = 0;
   const zrMP4_CONFIG_S config = DemuxerConfig(file.path());

@@ -23,7 +23,7 @@ Session Decode(const std::uint8_t* data, std::size_t size) {
   session.buffer = options & 0x20u ? 1 : 65536;
   for (unsigned left = in.byte() % 6 + 1; left > 0; --left) {
     const unsigned kind = in.byte();
-    zrMP4_TRACK_INFO_S track = kind % 8 < 3 ? VideoTrack(kVideo[kind % 8])
+    zrMP4_TRACK_INFO_S track = kind % 8 < 3   ? VideoTrack(kVideo[kind % 8])
                                : kind % 8 < 7 ? AudioTrack(kAudio[kind % 8 - 3])
                                               : MetaTrack();
     track.fSpeed = std::array<float, 4>{1, 0.25f, 4, 1e-3f}[kind >> 3 & 3u];
