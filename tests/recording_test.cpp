@@ -263,6 +263,65 @@ TEST_F(Recording, IsFinishedOnceAndAcceptsNothingAfter) {
   EXPECT_EQ(reader.status(), ZR_ERR_MP4_CREATE_TRACK);
 }
 
+TEST_F(Recording, IsReadBackAsItWasDescribed) {
+  for (const ZR_U32 unit : {0u, kBackupUnit}) {
+    zrMP4_TRACK_INFO_S given[] = {VideoTrack(ZR_MP4_CODEC_PRORES_LT), AudioTrack(ZR_MP4_CODEC_AAC), MetaTrack(),
+                                  AudioTrack(ZR_MP4_CODEC_G711U)};
+    given[0].fSpeed = 2.0f;
+    given[1].stAudioInfo = {2, 48000, 960, 16, ZR_MP4_CODEC_AAC};
+    zrMP4_CONFIG_S config = MuxerConfig(file.path(), unit);
+    config.stMuxerConfig.bCo64Flag = unit != 0;
+    Muxer muxer(config);
+    std::vector<ZR_MP4_TRACK_HANDLE> tracks;
+    for (const zrMP4_TRACK_INFO_S& track : given) tracks.push_back(muxer.add(track));
+    for (ZR_U64 i = 0; i < 20; ++i) {
+      EXPECT_EQ(muxer.write(tracks[0], {}, 2 * i * kFrameTime), 0u);
+      EXPECT_EQ(muxer.write(tracks[2], {}, i * kFrameTime), 0u);
+    }
+    muxer.finish();
+    muxer.destroy();
+
+    Muxer reader(DemuxerConfig(file.path()));
+    zrMP4_FILE_INFO_S info = {};
+    EXPECT_EQ(ZR_MP4_GetFileInfo(reader.handle(), &info), 0u);
+    EXPECT_EQ(info.u32Duration, 800u);  // twice the speed
+    EXPECT_STREQ(info.aszHdlrName, "VideoHandler");
+    EXPECT_EQ(info.bCo64Flag, config.stMuxerConfig.bCo64Flag);
+    EXPECT_EQ(info.u32TrackNum, 4u);
+    EXPECT_EQ(info.u32BackupUnit, unit);
+    for (ZR_U32 i = 0; i < 4; ++i) {
+      SCOPED_TRACE("track " + std::to_string(i));
+      zrMP4_TRACK_INFO_S track = {};
+      ZR_MP4_TRACK_HANDLE handle = 0;
+      EXPECT_EQ(ZR_MP4_GetTrackByIndex(reader.handle(), i, &track, &handle), 0u);
+      EXPECT_NE(handle, 0u);
+      EXPECT_EQ(track.enTrackType, given[i].enTrackType);
+      EXPECT_EQ(track.u32TimeScale, given[i].u32TimeScale);
+      EXPECT_EQ(track.fSpeed, unit != 0 ? given[i].fSpeed : 1.0f);
+      EXPECT_STREQ(track.aszHdlrName, given[i].aszHdlrName);
+      if (track.enTrackType == ZR_MP4_TRACK_AUDIO) {
+        const zrMP4_AUDIO_INFO_S& audio = given[i].stAudioInfo;
+        EXPECT_EQ(track.stAudioInfo.u32Channels, audio.u32Channels);
+        EXPECT_EQ(track.stAudioInfo.u32SampleRate, audio.u32SampleRate);
+        EXPECT_EQ(track.stAudioInfo.u32SamplePerFrame, unit != 0 ? audio.u32SamplePerFrame : 0);
+        EXPECT_EQ(track.stAudioInfo.u16SampleSize, audio.u16SampleSize);
+        EXPECT_EQ(track.stAudioInfo.enCodecID, audio.enCodecID);
+      } else if (track.enTrackType == ZR_MP4_TRACK_VIDEO) {
+        EXPECT_EQ(track.stVideoInfo.u32Width, 640u);
+        EXPECT_EQ(track.stVideoInfo.u32Height, 360u);
+        EXPECT_EQ(track.stVideoInfo.u32BitRate, RecordedFile(file.path()).size() * 1000 / 800 * 8);
+        EXPECT_EQ(track.stVideoInfo.u32FrameRate, 25u);
+        EXPECT_EQ(track.stVideoInfo.enCodecID, ZR_MP4_CODEC_PRORES_LT);
+      } else {
+        EXPECT_EQ(track.stMetaInfo.u32FrameRate, 25u);
+      }
+    }
+    zrMP4_TRACK_INFO_S track = {};
+    ZR_MP4_TRACK_HANDLE handle = 0;
+    EXPECT_EQ(ZR_MP4_GetTrackByIndex(reader.handle(), 4, &track, &handle), ZR_ERR_MP4_ILLEGAL_PARAM);
+  }
+}
+
 TEST_F(Recording, WithoutTracksGetsNoMovieBox) {
   Muxer muxer(MuxerConfig(file.path()));
   EXPECT_EQ(muxer.finish(), 0u);
