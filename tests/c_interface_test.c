@@ -1,5 +1,4 @@
 /* A recording and its reading back from a C program, with a log of its own in place of the library's. */
-#include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -7,24 +6,17 @@
 #include "zr_mp4.h"
 #include "zr_mp4_ext.h"
 
-static int gNotices;
-static int gErrors;
+static int gLines[8];
 
 void ZR_LOG_Printf(const char* pszModule, int s32Level, const char* pszFormat, ...) {
-    va_list arguments;
-    if (s32Level == ZR_LOG_LEVEL_NOTICE) ++gNotices;
-    if (s32Level != ZR_LOG_LEVEL_ERROR) return;
-    ++gErrors;
-    fprintf(stderr, "%s: ", pszModule);
-    va_start(arguments, pszFormat);
-    vfprintf(stderr, pszFormat, arguments);
-    va_end(arguments);
+    ++gLines[s32Level];
+    if (s32Level == ZR_LOG_LEVEL_ERROR) fprintf(stderr, "%s: %s", pszModule, pszFormat);
 }
 
 static int gHookCalls;
 
 static ZR_U32 countCalls(ZR_MP4_HANDLE handle, ZR_U32 timeScale, ZR_U64* duration) {
-    if (handle != 0 && timeScale == 90000 && *duration == 50 * 3600) ++gHookCalls;
+    gHookCalls += handle != 0 && timeScale == 90000 && *duration == 50 * 3600;
     return 0;
 }
 
@@ -36,36 +28,35 @@ static ZR_U32 countCalls(ZR_MP4_HANDLE handle, ZR_U32 timeScale, ZR_U64* duratio
         }                                                                 \
     } while (0)
 
-static int record(const char* path) {
+int main(int argc, char** argv) {
     zrMP4_CONFIG_S config = {0};
     zrMP4_TRACK_INFO_S track = {0};
     zrMP4_FRAME_DATA_S frame = {0};
     zrMP4_ATOM_INFO_S box = {0};
+    zrMP4_FILE_INFO_S info = {0};
     ZR_MP4_HANDLE file = 0;
     ZR_MP4_TRACK_HANDLE video = 0;
     /* SPS, PPS, IDR slice */
     ZR_U8 bytes[] = {0, 0, 0, 1, 0x67, 0x64, 0x00, 0x1F, 0xAC, 0, 0, 0, 1, 0x68, 0xEE,
                      0x3C, 0x80, 0, 0, 0, 1, 0x65, 9, 8, 7, 6, 5, 4, 3, 2, 1};
+    ZR_U8 read[5];
     int i;
 
-    strcpy(config.aszFileName, path);
+    EXPECT(argc == 2);
+    strcpy(config.aszFileName, argv[1]);
     config.s32Fd = -1;
     config.enConfigType = ZR_MP4_CONFIG_MUXER;
     config.stMuxerConfig.u32VBufSize = 4096;
     config.stMuxerConfig.u32BackupUnit = 524288;
     EXPECT(ZR_MP4_Create(&file, &config) == 0);
-
     track.enTrackType = ZR_MP4_TRACK_VIDEO;
     track.u32TimeScale = 90000;
     track.fSpeed = 1.0f;
     strcpy(track.aszHdlrName, "Picture");
-    track.stVideoInfo.u32Width = 640;
-    track.stVideoInfo.u32Height = 360;
     track.stVideoInfo.u32BitRate = 1000000;
     track.stVideoInfo.u32FrameRate = 25;
     track.stVideoInfo.enCodecID = ZR_MP4_CODEC_H264;
     EXPECT(ZR_MP4_CreateTrack(file, &video, &track) == 0);
-
     frame.pu8DataBuffer = bytes;
     frame.u32DataLength = sizeof(bytes);
     frame.bKeyFrameFlag = ZR_TRUE;
@@ -77,41 +68,19 @@ static int record(const char* path) {
     strcpy(box.aszType, "note");
     box.pu8DataBuf = bytes;
     EXPECT(ZR_MP4_AddAtom(file, "/moov", &box) == 0);
-    EXPECT(ZR_MP4_DestroyAllTracks(file, countCalls) == 0);
-    EXPECT(gHookCalls == 1);
+    EXPECT(ZR_MP4_DestroyAllTracks(file, countCalls) == 0 && gHookCalls == 1);
     EXPECT(ZR_MP4_Destroy(file, NULL) == 0);
-    EXPECT(ZR_MP4_RepairFile(path, ZR_TRUE) == 0);
-    return 0;
-}
+    EXPECT(ZR_MP4_RepairFile(argv[1], ZR_TRUE) == 0);
 
-static int readBack(const char* path) {
-    zrMP4_CONFIG_S config = {0};
-    zrMP4_FILE_INFO_S info = {0};
-    zrMP4_ATOM_INFO_S box = {0};
-    ZR_MP4_HANDLE file = 0;
-    ZR_U8 bytes[5];
-
-    strcpy(config.aszFileName, path);
-    config.s32Fd = -1;
     config.enConfigType = ZR_MP4_CONFIG_DEMUXER;
     EXPECT(ZR_MP4_Create(&file, &config) == 0);
     EXPECT(ZR_MP4_GetFileInfo(file, &info) == 0);
     EXPECT(info.u32TrackNum == 1 && info.u32BackupUnit == 524288 && info.u32Duration == 2000);
     EXPECT(strcmp(info.aszHdlrName, "Picture") == 0);
-    EXPECT(ZR_MP4_GetAtom(file, "/moov/note", &box) == ZR_ERR_MP4_ATOM_BUF);
-    EXPECT(box.u32DataLen == sizeof(bytes));
-    box.pu8DataBuf = bytes;
-    EXPECT(ZR_MP4_GetAtom(file, "/moov/note", &box) == 0);
-    EXPECT(strcmp(box.aszType, "note") == 0);
+    box.pu8DataBuf = read;
+    EXPECT(ZR_MP4_GetAtom(file, "/moov/note", &box) == 0 && memcmp(read, bytes, 5) == 0);
     EXPECT(ZR_MP4_Destroy(file, NULL) == 0);
-    return 0;
-}
-
-int main(int argc, char** argv) {
-    if (argc != 2) return 2;
-    if (record(argv[1]) != 0 || readBack(argv[1]) != 0) return 1;
-    EXPECT(gNotices >= 2); /* the banner of both files */
-    EXPECT(gErrors == 0);
+    EXPECT(gLines[ZR_LOG_LEVEL_NOTICE] >= 2 && gLines[ZR_LOG_LEVEL_ERROR] == 0); /* the banner of both files */
     EXPECT(strcmp(ZR_MP4_StatusName(ZR_ERR_MP4_OPEN), "ZR_ERR_MP4_OPEN") == 0);
     return remove(argv[1]) != 0;
 }

@@ -3,11 +3,9 @@
 import os
 import re
 import shutil
-import signal
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
 PROGRAMS = sys.argv.pop()
@@ -40,29 +38,11 @@ class Examples(unittest.TestCase):
         return os.path.join(self.folder, name)
 
     def test_record_stdin_keeps_every_frame_of_every_kind_of_stream(self):
-        for case in ([], ["-x264-params", "aud=1:slices=3"], ["-x264-params", "slices=2:repeat-headers=1"]):
+        for case in [], ["-x264-params", "aud=1:slices=3"]:
             run(H264 + ["-t", "3", *case, "-f", "h264", "-y", self.path("in.h264")])
             with open(self.path("in.h264"), "rb") as stream:
                 run(program("record_stdin", self.path("out.mp4"), "320", "240", "30"), stdin=stream)
             self.assertEqual(hashes(self.path("out.mp4")), hashes(self.path("in.h264")), case)
-
-    def test_record_stdin_finishes_the_file_on_a_signal(self):
-        for number in (signal.SIGINT, signal.SIGTERM):
-            source = subprocess.Popen(["ffmpeg", "-re", *H264[1:], "-tune", "zerolatency", "-f", "h264", "-"],
-                                      stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-            recorder = subprocess.Popen(program("record_stdin", self.path("out.mp4"), "320", "240", "30"),
-                                        stdin=source.stdout, stderr=subprocess.DEVNULL)
-            source.stdout.close()
-            for _ in range(600):
-                if os.path.exists(self.path("out.mp4")) and os.path.getsize(self.path("out.mp4")) > 100000:
-                    break
-                time.sleep(0.1)
-            recorder.send_signal(number)
-            self.assertEqual(recorder.wait(20), 0)
-            source.kill()
-            source.wait()
-            self.assertGreater(len(hashes(self.path("out.mp4"))), 5)
-            os.remove(self.path("out.mp4"))
 
     def test_record_av_gives_three_tracks_that_read_back_shows(self):
         shown = run(program("record_av", self.path("out.mp4"))).splitlines()

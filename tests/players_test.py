@@ -1,8 +1,9 @@
 """Shows recorded and repaired files to readers that others wrote.  players_test.py ZRMP4 NODE_MODULES
 
-H.264 and H.265 with AAC and MP3, in both profiles, finished and repaired: ffmpeg, GStreamer, MediaInfo, mp4box.js; and
-Chromium for the H.264 files of the MP4 profile."""
+H.264 and H.265 with AAC and MP3, in both profiles, finished and repaired: GStreamer, MediaInfo, mp4box.js; and Chromium
+for the H.264 files of the MP4 profile."""
 
+import filecmp
 import itertools
 import json
 import os
@@ -26,10 +27,6 @@ def run(*command, **options):
                           timeout=300, **options)
     assert done.returncode == 0, "%s: %d\n%s\n%s" % (command, done.returncode, done.stdout, done.stderr)
     return done
-
-
-def run_bytes(*command):
-    return subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=300, check=True).stdout
 
 
 def path(name):
@@ -64,6 +61,7 @@ class Case:
                      "csv=p=0", self.path).stdout.split()
         self.frames, self.sounds = map(int, counts)
         self.seconds = self.frames / RATE
+        assert FRAMES // 2 < self.frames < FRAMES if repaired else self.frames == FRAMES, "%s: %d" % (self, self.frames)
 
     def __str__(self):
         return os.path.basename(self.path)
@@ -85,30 +83,14 @@ class Players(unittest.TestCase):
                                                                    (False, True))]
 
     @for_each_file
-    def test_the_files_hold_what_they_should(self, case):
-        if case.repaired:
-            self.assertTrue(FRAMES // 2 < case.frames < FRAMES, case.frames)
-        else:
-            self.assertEqual(case.frames, FRAMES)
-
-    @for_each_file
-    def test_ffmpeg_decodes_every_frame_without_a_warning(self, case):
-        done = run("ffmpeg", "-v", "warning", "-xerror", "-i", case.path, "-map", "0:v", "-f", "framehash", "-")
-        self.assertEqual(done.stderr, "")
-        self.assertEqual(sum(line[0] != "#" for line in done.stdout.splitlines()), case.frames)
-        self.assertEqual(run("ffmpeg", "-v", "warning", "-xerror", "-i", case.path, "-map", "0:a", "-f", "null",
-                             "-").stderr, "")
-
-    @for_each_file
     def test_gstreamer_demuxes_and_decodes_every_frame(self, case):
         done = run("gst-launch-1.0", "filesrc", "location=" + case.path, "!", "qtdemux", "name=file",
                    "file.video_0", "!", "queue", "!", "avdec_" + case.video, "!", "filesink", "location=" + path("yuv"),
                    "file.audio_0", "!", "queue", "!", "filesink", "location=" + path("sound"))
         self.assertNotIn("WARNING", done.stdout + done.stderr)
         self.assertEqual(os.path.getsize(path("yuv")), case.frames * WIDTH * HEIGHT * 3 // 2)
-        with open(path("sound"), "rb") as sound:
-            self.assertEqual(sound.read(), run_bytes("ffmpeg", "-v", "error", "-i", case.path, "-map", "0:a", "-c",
-                                                     "copy", "-f", "data", "-"))
+        run("ffmpeg", "-v", "error", "-y", "-i", case.path, "-map", "0:a", "-c", "copy", "-f", "data", path("copied"))
+        self.assertTrue(filecmp.cmp(path("sound"), path("copied"), shallow=False))
 
     @for_each_file
     def test_mediainfo_describes_the_file(self, case):

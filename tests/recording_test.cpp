@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "engine/mp4_file.h"
 #include "tests/support/bytes.h"
 #include "tests/support/log_capture.h"
@@ -12,8 +10,11 @@
 namespace {
 
 constexpr ZR_U32 kBackupUnit = 524288;
+
 class Recording : public ::testing::Test {
  protected:
+  Data content() const { return RecordedFile(file.path()).bytes(0, ~0ull); }
+
   LogCapture log;
   TempFile file;
 };
@@ -21,14 +22,21 @@ class Recording : public ::testing::Test {
 TEST_F(Recording, HoldsWhatWasHandedInUnderEveryConfiguration) {
   for (unsigned bits = 0; bits < 48; ++bits) {
     SCOPED_TRACE("configuration " + std::to_string(bits));
-    zrMP4_CONFIG_S config = MuxerConfig(file.path(), bits & 1 ? kBackupUnit : 0);
-    config.stMuxerConfig.bCo64Flag = bits >> 1 & 1;
-    config.stMuxerConfig.bConstantRate = bits >> 2 & 1;
-    config.stMuxerConfig.enFormatProfile = zrMP4_FORMAT_PROFILE_E(bits >> 3 & 1);
     constexpr ZR_U32 kPreAllocUnits[] = {0, 4096, 1048576};
-    config.stMuxerConfig.u32PreAllocUnit = kPreAllocUnits[bits >> 4];
-    config.stMuxerConfig.u32VBufSize = bits & 1 ? 1 : 65536;
+    zrMP4_CONFIG_S config = MuxerConfig(file.path(), bits & 1 ? kBackupUnit : 0);
+    auto& chosen = config.stMuxerConfig;
+    chosen.bCo64Flag = bits >> 1 & 1;
+    chosen.bConstantRate = bits >> 2 & 1;
+    chosen.enFormatProfile = zrMP4_FORMAT_PROFILE_E(bits >> 3 & 1);
+    chosen.u32PreAllocUnit = kPreAllocUnits[bits >> 4];
+    chosen.u32VBufSize = bits & 1 ? 1 : 65536;
+    const TempFile other;
+    if (bits % 5 == 0) {  // a descriptor wins over the name, and is copied
+      other.path().copy(config.aszFileName, sizeof(config.aszFileName));
+      config.s32Fd = open(file.path().c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
+    }
     Muxer muxer(config);
+    if (config.s32Fd != -1) close(config.s32Fd);
     ThreeTracks tracks(muxer);
     tracks.write(160);
     muxer.finish();
@@ -36,13 +44,12 @@ TEST_F(Recording, HoldsWhatWasHandedInUnderEveryConfiguration) {
 
     const RecordedFile recorded(file.path());
     tracks.findIn(recorded);
-    EXPECT_EQ(recorded.text(8, 4), config.stMuxerConfig.enFormatProfile == ZR_MP4_PROFILE_MOV ? "qt  " : "mp42");
-    EXPECT_EQ(recorded.outline(), kPreAllocUnits[bits >> 4] == 0 ? "ftyp mdat moov" : "ftyp mdat moov free");
-    EXPECT_EQ(recorded.find("moov/trak/mdia/minf/stbl/co64") != nullptr, config.stMuxerConfig.bCo64Flag == 1);
-    if (config.stMuxerConfig.u32BackupUnit == 0) continue;
-    EXPECT_EQ(recorded.count("vemo"), 1);
-    EXPECT_EQ(recorded.count("tbgp"), 1);
-    EXPECT_EQ(recorded.count("frame"), 480);
+    EXPECT_NE(access(other.path().c_str(), F_OK), 0);
+    EXPECT_EQ(recorded.text(8, 4), chosen.enFormatProfile == ZR_MP4_PROFILE_MOV ? "qt  " : "mp42");
+    EXPECT_EQ(recorded.outline(), chosen.u32PreAllocUnit == 0 ? "ftyp mdat moov" : "ftyp mdat moov free");
+    EXPECT_EQ(recorded.find("moov/trak/mdia/minf/stbl/co64") != nullptr, chosen.bCo64Flag == 1);
+    if (chosen.u32BackupUnit == 0) continue;
+    EXPECT_TRUE(recorded.count("vemo") == 1 && recorded.count("tbgp") == 1 && recorded.count("frame") == 480);
     // Each frame's record names its track, time and kind, and the samples stand right behind their headers.
     std::size_t next[3] = {};
     const std::vector<TrackView> views = recorded.tracks();
@@ -50,101 +57,15 @@ TEST_F(Recording, HoldsWhatWasHandedInUnderEveryConfiguration) {
       if (record.kind != "frame") continue;
       const std::size_t i = next[record.trackId - 1]++;
       const Sample& sample = views[record.trackId - 1].samples[i];
-      ASSERT_EQ(record.offset + 20, sample.offset);
-      ASSERT_EQ(record.size, 20 + sample.size);
-      ASSERT_EQ(record.pts, i * kFrameTime);
-      ASSERT_EQ(record.key, record.trackId == 1 && sample.sync);
+      ASSERT_TRUE(record.offset + 20 == sample.offset && record.size == 20 + sample.size);
+      ASSERT_TRUE(record.pts == i * kFrameTime && record.key == (record.trackId == 1 && sample.sync));
     }
   }
 }
 
-struct Refused {
-  const char* name;
-  const ZR_MP4_TRACK_HANDLE ThreeTracks::*track;
-  Data frame;
-  bool key;
-  ZR_U32 status;
-  std::string message;
-};
-
-TEST_F(Recording, RefusedFramesLeaveNothingBehind) {
-  const Data parameterSets = {0, 0, 0, 1, 0x67, 0x64, 0, 0x1F, 0xAC, 0, 0, 0, 1, 0x68, 0xEE, 0x3C, 0x80};
-  Bytes manyUnits;
-  for (int i = 0; i < 32; ++i) manyUnits.be24(1).u8(0x41).be32(0x41414141);
-  constexpr auto kBackup = ZR_ERR_MP4_WRITE_BACKUP;
-  constexpr auto kIllegal = ZR_ERR_MP4_ILLEGAL_PARAM;
-  const Refused kBeforeAnyParameterSet = {"key frame without parameter sets",
-                                          &ThreeTracks::video,
-                                          Bytes().be32(1).u8(0x65).fill(30, 7),
-                                          true,
-                                          kBackup,
-                                          "AVC I Frame error, I slice nalu cnt[1]\n"};
-  const Refused kAnyTime[] = {
-      {"key frame without a slice", &ThreeTracks::video, parameterSets, true, kBackup,
-       "AVC I Frame error, I slice nalu cnt[0]\n"},
-      {"no start code", &ThreeTracks::video, Data(50, 9), false, kIllegal, "input video frame is not annexb format\n"},
-      {"too short", &ThreeTracks::video, {0, 0, 1, 0x41}, false, kIllegal, "input video frame len(4) is too short\n"},
-      {"32 units", &ThreeTracks::video, manyUnits, false, kIllegal,
-       "can not convert annexb to mp4 access unit, len is:256\n"},
-      {"a unit of no length", &ThreeTracks::video, Bytes().be32(1).be32(1).u8(0x41).fill(9, 9), false, kBackup,
-       "Get nalu type of avc failed\n"},
-      {"empty audio", &ThreeTracks::audio, {}, false, kIllegal, "audio frame is invalid\n"},
-      {"AAC without its header", &ThreeTracks::audio, Data(50, 9), false, kIllegal, "audio frame has no header\n"},
-      {"AAC with nothing but its header", &ThreeTracks::audio, AacFrame(0), false, kIllegal, ""},
-  };
-  for (const ZR_U32 unit : {0u, kBackupUnit}) {
-    const TempFile undisturbed;
-    for (const std::string& path : {undisturbed.path(), file.path()}) {
-      Muxer muxer(MuxerConfig(path, unit));
-      ThreeTracks tracks(muxer);
-      const auto refuse = [&](const Refused& refused) {
-        SCOPED_TRACE(refused.name);
-        log.clear();
-        EXPECT_EQ(muxer.write(tracks.*refused.track, refused.frame, 123456789, refused.key), refused.status);
-        EXPECT_TRUE(refused.message.empty() || log.has(refused.message)) << log.all();
-      };
-      const bool disturb = path == file.path();
-      if (disturb) {
-        refuse(kBeforeAnyParameterSet);
-        std::for_each(std::begin(kAnyTime) + 1, std::end(kAnyTime), refuse);
-      }
-      tracks.write(15);
-      if (disturb) std::for_each(std::begin(kAnyTime), std::end(kAnyTime), refuse);
-      tracks.write(15);
-      muxer.finish();
-      muxer.destroy();
-      tracks.findIn(RecordedFile(path));
-    }
-    const RecordedFile one(undisturbed.path());
-    const RecordedFile other(file.path());
-    EXPECT_EQ(one.bytes(0, one.find("mdat")->end()), other.bytes(0, other.find("mdat")->end()));
-    EXPECT_EQ(one.size(), other.size());
-  }
-}
-
-TEST_F(Recording, StartsAtAnyTime) {
-  for (const ZR_U64 start : {ZR_U64{0}, ZR_U64{5000000}, ZR_U64{1} << 50}) {
-    for (const int frames : {0, 1, 2, 5}) {
-      SCOPED_TRACE(std::to_string(frames) + " frames from " + std::to_string(start));
-      Muxer muxer(MuxerConfig(file.path(), kBackupUnit));
-      const ZR_MP4_TRACK_HANDLE tracks[] = {muxer.add(VideoTrack()), muxer.add(MetaTrack())};
-      for (int i = 0; i < frames; ++i) {
-        const ZR_U64 pts = start + static_cast<ZR_U64>(i) * kFrameTime;
-        EXPECT_EQ(muxer.write(tracks[0], i == 0 ? KeyFrame() : DeltaFrame(), pts, i == 0), 0u);
-        EXPECT_EQ(muxer.write(tracks[1], Data(5), pts), 0u);
-      }
-      muxer.finish();
-      muxer.destroy();
-      const RecordedFile recorded(file.path());
-      EXPECT_EQ(recorded.problem(), "");
-      EXPECT_EQ(recorded.count("vemo"), 1) << "also without a frame";
-      for (const TrackView& track : recorded.tracks()) {
-        const std::uint64_t each = frames == 1 ? 0 : track.timeScale / 25;
-        EXPECT_EQ(track.samples.size(), static_cast<std::size_t>(frames));
-        EXPECT_EQ(track.duration, each * static_cast<std::uint64_t>(frames));
-      }
-    }
-  }
+ZR_U32 DropDuration(ZR_MP4_HANDLE, ZR_U32, ZR_U64* duration) {
+  *duration = 0;
+  return 1;  // is ignored
 }
 
 // mvhd of a finished file.
@@ -158,47 +79,43 @@ struct MovieHeader {
   std::uint64_t timeScale, duration, nextTrack;
 };
 
-ZR_U32 DropDuration(ZR_MP4_HANDLE, ZR_U32, ZR_U64* duration) {
-  *duration = 0;
-  return 1;  // is ignored
-}
-
 TEST_F(Recording, TheLastVideoTrackGivesTheMovieItsTime) {
-  struct Case {
-    std::vector<ZR_U32> videoTimeScales;
-    std::vector<ZR_U64> videoFrames;
+  const struct {
+    std::vector<std::pair<ZR_U32, ZR_U64>> videos;  // time scale, frames
+    ZR_U64 start;
     std::uint64_t timeScale, duration;
-  } const cases[] = {
-      {{}, {}, 120000, 0},
-      {{120000}, {25}, 120000, 120000},
-      {{120000, 90000}, {25, 50}, 90000, 180000},
-      {{90000, 120000}, {50, 25}, 120000, 120000},
+  } kCases[] = {
+      {{}, 0, 120000, 0},
+      {{{120000, 0}}, 5000000, 120000, 0},
+      {{{120000, 1}}, 5000000, 120000, 0},
+      {{{120000, 2}}, ZR_U64{1} << 50, 120000, 9600},
+      {{{120000, 25}, {90000, 50}}, 0, 90000, 180000},
+      {{{90000, 50}, {120000, 25}}, 5000000, 120000, 120000},
   };
-  for (const Case& movie : cases) {
+  for (const auto& movie : kCases) {
     for (const bool hooked : {false, true}) {
       Muxer muxer(MuxerConfig(file.path()));
-      for (std::size_t k = 0; k < movie.videoFrames.size(); ++k) {
+      for (const auto& [timeScale, frames] : movie.videos) {
         zrMP4_TRACK_INFO_S info = VideoTrack();
-        info.u32TimeScale = movie.videoTimeScales[k];
+        info.u32TimeScale = timeScale;
         const ZR_MP4_TRACK_HANDLE video = muxer.add(info);
-        for (ZR_U64 i = 0; i < movie.videoFrames[k]; ++i) muxer.write(video, KeyFrame(), i * kFrameTime, true);
+        for (ZR_U64 i = 0; i < frames; ++i) muxer.write(video, KeyFrame(), movie.start + i * kFrameTime, true);
       }
       const ZR_MP4_TRACK_HANDLE audio = muxer.add(AudioTrack());
       for (ZR_U64 i = 0; i < 100; ++i) muxer.write(audio, Data(50), i);
       muxer.finish(hooked ? DropDuration : nullptr);
       muxer.destroy();
       const RecordedFile recorded(file.path());
+      EXPECT_TRUE(hooked || recorded.problem().empty()) << recorded.problem();
       const MovieHeader header(recorded);
       const std::vector<TrackView> tracks = recorded.tracks();
-      ASSERT_EQ(tracks.size(), movie.videoFrames.size() + 1);
       EXPECT_EQ(header.timeScale, movie.timeScale);
       EXPECT_EQ(header.duration, hooked ? 0 : movie.duration);
-      EXPECT_EQ(header.nextTrack, tracks.size() + 1);
+      EXPECT_TRUE(header.nextTrack == tracks.size() + 1 && tracks.size() == movie.videos.size() + 1);
+      EXPECT_EQ(tracks.back().duration, hooked ? 0u : 102400u);
       for (const TrackView& track : tracks) {
         const std::uint64_t inMovie = track.duration * movie.timeScale / track.timeScale;
-        EXPECT_EQ(track.duration == 0, hooked);
-        EXPECT_EQ(track.movieDuration, inMovie);
-        EXPECT_EQ(track.editDuration, inMovie);
+        EXPECT_TRUE(track.movieDuration == inMovie && track.editDuration == inMovie);
       }
     }
   }
@@ -206,14 +123,12 @@ TEST_F(Recording, TheLastVideoTrackGivesTheMovieItsTime) {
 
 TEST_F(Recording, OfAnyLengthGetsItsMovieBox) {
   constexpr ZR_U64 kHour = 3600ull * 1000000;
-  const ZR_U64 times[] = {0, 5 * kHour, 9 * kHour, 14 * kHour, 18 * kHour};
   for (const bool longVideo : {true, false}) {
     zrMP4_CONFIG_S config = MuxerConfig(file.path());
     config.stMuxerConfig.bCo64Flag = ZR_TRUE;
     Muxer muxer(config);
-    const ZR_MP4_TRACK_HANDLE video = muxer.add(VideoTrack());
-    const ZR_MP4_TRACK_HANDLE meta = muxer.add(MetaTrack());
-    for (const ZR_U64 time : times) {
+    const ZR_MP4_TRACK_HANDLE video = muxer.add(VideoTrack()), meta = muxer.add(MetaTrack());
+    for (const ZR_U64 time : {0 * kHour, 5 * kHour, 9 * kHour, 14 * kHour, 18 * kHour}) {
       EXPECT_EQ(muxer.write(video, KeyFrame(), longVideo ? time : time / 1000, true), 0u);
       EXPECT_EQ(muxer.write(meta, Data(5), time), 0u);
     }
@@ -227,9 +142,7 @@ TEST_F(Recording, OfAnyLengthGetsItsMovieBox) {
       const std::uint64_t inMovie = track.duration * header.timeScale / track.timeScale;
       EXPECT_EQ(track.movieDuration, static_cast<std::uint32_t>(inMovie));
       EXPECT_EQ(track.editDuration, static_cast<std::uint32_t>(inMovie));
-      if (track.id == 1) {
-        EXPECT_EQ(header.duration, inMovie);
-      }
+      EXPECT_TRUE(track.id != 1 || header.duration == inMovie);
     }
     EXPECT_NEAR(static_cast<double>(recorded.tracks()[1].duration), 22 * 3600 * 90000.0, 90000.0);
   }
@@ -240,27 +153,27 @@ TEST_F(Recording, IsFinishedOnceAndAcceptsNothingAfter) {
   ThreeTracks tracks(muxer);
   tracks.write(5);
   muxer.finish();
-  const Data finished = RecordedFile(file.path()).bytes(0, ~0ull);
+  const Data finished = content();
   muxer.finish(DropDuration);
-  EXPECT_EQ(muxer.write(tracks.video, KeyFrame(), 0, true), ZR_ERR_MP4_ILLEGAL_PARAM);
-  EXPECT_TRUE(log.has("track not exist\n"));
-  EXPECT_EQ(muxer.addBox("/moov", "abcd", {1}), ZR_ERR_MP4_ILLEGAL_PARAM);
-  EXPECT_TRUE(log.has("addAtom failed, file tail already written\n"));
-  EXPECT_EQ(muxer.add(VideoTrack()), 0u);
-  EXPECT_EQ(muxer.status(), ZR_ERR_MP4_CREATE_TRACK);
-  EXPECT_TRUE(log.has("create track error\n"));
+  const auto acceptsNothing = [](Muxer& opened, ZR_MP4_TRACK_HANDLE track) {
+    EXPECT_EQ(opened.write(track, KeyFrame(), 0, true), ZR_ERR_MP4_ILLEGAL_PARAM);
+    EXPECT_EQ(opened.addBox("/moov", "abcd", {1}), ZR_ERR_MP4_ILLEGAL_PARAM);
+    EXPECT_EQ(opened.add(VideoTrack()), 0u);
+    EXPECT_EQ(opened.status(), ZR_ERR_MP4_CREATE_TRACK);
+  };
+  acceptsNothing(muxer, tracks.video);
+  for (const char* message :
+       {"track not exist\n", "addAtom failed, file tail already written\n", "create track error\n"}) {
+    EXPECT_TRUE(log.has(message)) << message;
+  }
   EXPECT_EQ(muxer.destroy(), 0u);
-  EXPECT_EQ(RecordedFile(file.path()).bytes(0, ~0ull), finished);
+  EXPECT_EQ(content(), finished);
 
   Muxer reader(DemuxerConfig(file.path()));
   zrMP4_TRACK_INFO_S info;
   ZR_MP4_TRACK_HANDLE track = 0;
   EXPECT_EQ(ZR_MP4_GetTrackByIndex(reader.handle(), 0, &info, &track), 0u);
-  EXPECT_NE(track, 0u);
-  EXPECT_EQ(reader.write(track, KeyFrame(), 0, true), ZR_ERR_MP4_ILLEGAL_PARAM);
-  EXPECT_EQ(reader.addBox("/moov", "abcd", {1}), ZR_ERR_MP4_ILLEGAL_PARAM);
-  EXPECT_EQ(reader.add(VideoTrack()), 0u);
-  EXPECT_EQ(reader.status(), ZR_ERR_MP4_CREATE_TRACK);
+  acceptsNothing(reader, track);
 }
 
 TEST_F(Recording, IsReadBackAsItWasDescribed) {
@@ -323,27 +236,12 @@ TEST_F(Recording, IsReadBackAsItWasDescribed) {
 }
 
 TEST_F(Recording, WithoutTracksGetsNoMovieBox) {
-  Muxer muxer(MuxerConfig(file.path()));
-  EXPECT_EQ(muxer.finish(), 0u);
-  muxer.destroy();
-  EXPECT_EQ(RecordedFile(file.path()).bytes(0, 99), Bytes()
-                                                        .be32(24)
-                                                        .type("ftyp")
-                                                        .type("mp42")
-                                                        .be32(0)
-                                                        .type("mp42")
-                                                        .type("isom")
-                                                        .be32(1)
-                                                        .type("mdat")
-                                                        .be64(16)
-                                                        .data());
-}
-
-TEST_F(Recording, ThatNeverBeganCannotBeRead) {
-  EXPECT_EQ(close(open(file.path().c_str(), O_WRONLY | O_CREAT, 0600)), 0);
+  EXPECT_EQ(Muxer(MuxerConfig(file.path())).finish(), 0u);
+  const Bytes ftyp = Bytes().be32(24).type("ftyp").type("mp42").be32(0).type("mp42").type("isom");
+  EXPECT_EQ(Bytes(ftyp).be32(1).type("mdat").be64(16).difference(content()), "");
+  EXPECT_EQ(truncate(file.path().c_str(), 0), 0);
   EXPECT_EQ(Muxer(DemuxerConfig(file.path())).status(), ZR_ERR_MP4_OPEN);
-  EXPECT_TRUE(log.has("file size is illegal\n"));
-  EXPECT_TRUE(log.has("MP4File open failed\n"));
+  EXPECT_TRUE(log.has("file size is illegal\n") && log.has("MP4File open failed\n"));
 }
 
 TEST_F(Recording, EndsWithItsLastBoxInsideTheLastReservedUnit) {
@@ -356,7 +254,7 @@ TEST_F(Recording, EndsWithItsLastBoxInsideTheLastReservedUnit) {
     muxer.write(muxer.add(AudioTrack()), Data(10), 0);
     EXPECT_EQ(muxer.addBox("/", "abcd", Data(payload, 1)), 0u);
     muxer.finish();
-    EXPECT_EQ(muxer.destroy(), 0u);
+    muxer.destroy();
     const RecordedFile recorded(file.path());
     EXPECT_EQ(recorded.size() % kUnit, 0u);
     return recorded.size() - recorded.find("abcd")->end();
@@ -365,42 +263,11 @@ TEST_F(Recording, EndsWithItsLastBoxInsideTheLastReservedUnit) {
   for (std::size_t gap = 0; gap < 20; ++gap) {
     ASSERT_EQ(gapAfter(fits - gap), gap);
     // Deliberate: no allowance is made for a gap smaller than the header of the free box.
-    if (gap > 0 && gap < 8) continue;
-    EXPECT_EQ(RecordedFile(file.path()).problem(), "") << "gap of " << gap;
+    EXPECT_EQ(RecordedFile(file.path()).problem().empty(), gap == 0 || gap >= 8) << "gap of " << gap;
   }
 }
 
-TEST_F(Recording, ADescriptorWinsOverTheNameAndStaysTheCallers) {
-  const int fd = open(file.path().c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
-  const Data old(300000, 0xEE);
-  ASSERT_EQ(write(fd, old.data(), old.size()), static_cast<ssize_t>(old.size()));
-  const TempFile other;
-  zrMP4_CONFIG_S config = MuxerConfig(other.path());
-  config.s32Fd = fd;
-  {
-    Muxer muxer(config);
-    ThreeTracks tracks(muxer);
-    tracks.write(10);
-    EXPECT_EQ(close(fd), 0);  // the library has its own
-    tracks.write(10);
-    muxer.finish();
-    EXPECT_EQ(muxer.destroy(), 0u);
-    tracks.findIn(RecordedFile(file.path()));
-    EXPECT_NE(access(other.path().c_str(), F_OK), 0);
-  }
-  zrMP4_CONFIG_S reading = DemuxerConfig("");
-  reading.s32Fd = open(file.path().c_str(), O_RDONLY);
-  EXPECT_EQ(Muxer(reading).status(), 0u);
-  EXPECT_EQ(close(reading.s32Fd), 0);
-
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  config.s32Fd = ends[1];
-  EXPECT_EQ(Muxer(config).status(), ZR_ERR_MP4_OPEN_FILE);
-  EXPECT_EQ(close(ends[0]) + close(ends[1]), 0);
-}
-
-TEST_F(Recording, UserBoxesStandWhereTheyWereAdded) {
+TEST_F(Recording, UserBoxesStandWhereTheyWereAddedAndCanBeQueried) {
   for (const ZR_U32 unit : {0u, kBackupUnit}) {
     Muxer muxer(MuxerConfig(file.path(), unit));
     EXPECT_EQ(muxer.addBox("/moov", "aaaa", {1, 2, 3}), 0u) << "before any track";
@@ -418,52 +285,37 @@ TEST_F(Recording, UserBoxesStandWhereTheyWereAdded) {
     const RecordedFile recorded(file.path());
     tracks.findIn(recorded);
     EXPECT_EQ(recorded.outline(), "ftyp mdat moov bbbb");
-    for (const auto& [path, parent, size] : {std::tuple{"moov/aaaa", "moov", 11u},
-                                             {"moov/trak[1]/cccc", "moov/trak[1]", 8u},
-                                             {"moov/trak[1]/mdia/minf/dddd", "moov/trak[1]/mdia/minf", 9u}}) {
-      ASSERT_NE(recorded.find(path), nullptr) << path;
-      EXPECT_EQ(recorded.find(path)->size, size);
-      if (size == 11) continue;  // tracks were added behind it
-      EXPECT_EQ(recorded.find(parent)->children.back().offset, recorded.find(path)->offset);
+    for (const char* parent : {"moov/trak[1]", "moov/trak[1]/mdia/minf"}) {
+      const std::string type = recorded.find(parent)->children.back().type;
+      EXPECT_TRUE(type == "cccc" || type == "dddd") << type;
     }
-    EXPECT_EQ(recorded.bytes(recorded.find("bbbb")->payload(), 700), Data(700, 7));
-    if (unit == 0) continue;
-    // Each is followed by its path: a record of header, box and path.
-    EXPECT_EQ(recorded.count("user"), 4);
-    EXPECT_EQ(recorded.bytes(recorded.find("mdat")->payload(), 36),
-              Bytes().be32(0).be32(0).be64(0).be32(16).be32(11).type("aaaa").u8(1).u8(2).u8(3).text("/moov").data());
-  }
-}
-
-TEST_F(Recording, EveryPayloadCanBeQueried) {
-  {
-    Muxer muxer(MuxerConfig(file.path()));
-    ThreeTracks tracks(muxer);
-    tracks.write(30);
-    muxer.addBox("/moov/trak[2]", "note", Data(100, 3));
-    muxer.finish();
-  }
-  const RecordedFile recorded(file.path());
-  const Muxer reader(DemuxerConfig(file.path()));
-  for (const std::string path :
-       {"moov", "ftyp", "moov/trak[0]", "moov/trak[1]/mdia/minf/stbl/stsd/mp4a", "moov/trak[2]/note", "moov/mvhd"}) {
-    SCOPED_TRACE(path);
-    const Box* box = recorded.find(path);
-    const Data payload = recorded.bytes(box->payload(), box->size - box->headerSize);
-    zrMP4_ATOM_INFO_S info = {};
-    EXPECT_EQ(ZR_MP4_GetAtom(reader.handle(), ("/" + path).c_str(), &info), ZR_ERR_MP4_ATOM_BUF);
-    ASSERT_EQ(info.u32DataLen, payload.size());
-    Data copy(payload.size() + 10);
-    info.pu8DataBuf = copy.data();
-    info.u32DataLen = static_cast<ZR_U32>(payload.size() - 1);
-    EXPECT_EQ(ZR_MP4_GetAtom(reader.handle(), ("/" + path).c_str(), &info), ZR_ERR_MP4_ATOM_BUF);
-    EXPECT_EQ(copy, Data(payload.size() + 10));
-    info.u32DataLen = static_cast<ZR_U32>(copy.size());
-    EXPECT_EQ(ZR_MP4_GetAtom(reader.handle(), ("/" + path).c_str(), &info), 0u);
-    EXPECT_EQ(info.u32DataLen, payload.size());
-    EXPECT_EQ(info.aszType, box->type);
-    copy.resize(payload.size());
-    EXPECT_EQ(copy, payload);
+    if (unit != 0) {  // each is followed by its path: a record of header, box and path
+      EXPECT_EQ(recorded.count("user"), 4);
+      EXPECT_EQ(Bytes().fill(16).be32(16).be32(11).type("aaaa").u8(1).u8(2).u8(3).text("/moov")
+                    .difference(recorded.bytes(recorded.find("mdat")->payload(), 36)), "");
+    }
+    const Muxer reader(DemuxerConfig(file.path()));
+    for (const std::string path : {"moov", "ftyp", "bbbb", "moov/aaaa", "moov/trak[0]", "moov/trak[1]/cccc",
+                                   "moov/trak[1]/mdia/minf/stbl/stsd/mp4a", "moov/trak[1]/mdia/minf/dddd"}) {
+      SCOPED_TRACE(path);
+      const Box* box = recorded.find(path);
+      const Data payload = recorded.bytes(box->payload(), box->size - box->headerSize);
+      Data copy(payload.size() + 10);
+      zrMP4_ATOM_INFO_S info = {};
+      const auto query = [&] { return ZR_MP4_GetAtom(reader.handle(), ("/" + path).c_str(), &info); };
+      EXPECT_EQ(query(), payload.empty() ? 0 : ZR_ERR_MP4_ATOM_BUF);
+      ASSERT_EQ(info.u32DataLen, payload.size());
+      if (payload.empty()) continue;
+      info.pu8DataBuf = copy.data();
+      info.u32DataLen = static_cast<ZR_U32>(payload.size() - 1);
+      EXPECT_EQ(query(), ZR_ERR_MP4_ATOM_BUF);
+      EXPECT_EQ(copy, Data(payload.size() + 10));
+      info.u32DataLen = static_cast<ZR_U32>(copy.size());
+      EXPECT_EQ(query(), 0u);
+      copy.resize(info.u32DataLen);
+      EXPECT_EQ(copy, payload);
+      EXPECT_EQ(info.aszType, box->type);
+    }
   }
 }
 
@@ -481,28 +333,10 @@ void SkipTo(const Muxer& muxer, std::uint64_t position) {
   }
 }
 
-TEST_F(Recording, Of64BitOffsetsGoesBeyond4GiB) {
-  zrMP4_CONFIG_S config = MuxerConfig(file.path());
-  config.stMuxerConfig.bCo64Flag = ZR_TRUE;
-  Muxer muxer(config);
-  ThreeTracks tracks(muxer);
-  for (const std::uint64_t position : {0xFFFFFFF0ull, 0x123456789Aull}) {
-    tracks.write(3);
-    SkipTo(muxer, position);
-  }
-  tracks.write(3);
-  muxer.finish();
-  EXPECT_EQ(muxer.destroy(), 0u);
-  const RecordedFile recorded(file.path());
-  tracks.findIn(recorded);
-  EXPECT_GE(recorded.tracks()[0].samples.back().offset, 0x123456789Aull);
-}
-
 TEST_F(Recording, Of32BitOffsetsSaysWhenItIsFull) {
   constexpr std::uint64_t kLimit = 4284229877;
   // Another true value gives 64-bit offsets, but only the value 1 the large limit.
   for (const ZR_BOOL co64 : {0u, 1u, 2u}) {
-    SCOPED_TRACE(co64);
     zrMP4_CONFIG_S config = MuxerConfig(file.path());
     config.stMuxerConfig.bCo64Flag = co64;
     Muxer muxer(config);
@@ -511,17 +345,19 @@ TEST_F(Recording, Of32BitOffsetsSaysWhenItIsFull) {
     SkipTo(muxer, Engine(muxer).stream()->getCurPos() + kLimit - Engine(muxer).header().largeSize - 300);
     EXPECT_EQ(muxer.write(meta, Data(100), kFrameTime), 0u);
     const ZR_U32 full = co64 == ZR_TRUE ? 0 : ZR_ERR_MP4_FILE_SIZE;
-    EXPECT_EQ(muxer.write(meta, Data(300), 2 * kFrameTime), full);
+    EXPECT_EQ(muxer.write(meta, Data(300), 2 * kFrameTime), full) << co64;
     SkipTo(muxer, 0xFFFFFFFF);
     EXPECT_EQ(muxer.write(meta, Data(100), 3 * kFrameTime), full) << "the last offset of 32 bits";
     const std::uint64_t before = Engine(muxer).stream()->getCurPos();
-    EXPECT_EQ(muxer.write(meta, Data(100), 4 * kFrameTime), full);
+    EXPECT_EQ(muxer.write(meta, Data(100, 9), 4 * kFrameTime), full) << co64;
     EXPECT_EQ(Engine(muxer).stream()->getCurPos() == before, co64 == 0) << "and no offset is left";
     muxer.finish();
     EXPECT_EQ(muxer.destroy(), 0u);
     const RecordedFile recorded(file.path());
     EXPECT_EQ(recorded.problem(), "");
-    EXPECT_EQ(recorded.tracks()[0].samples.size(), co64 == 0 ? 4u : 5u);
+    const std::vector<Sample> samples = recorded.tracks()[0].samples;
+    EXPECT_EQ(samples.size(), co64 == 0 ? 4u : 5u);
+    EXPECT_EQ(recorded.bytes(samples.back()), Data(100, co64 == 0 ? 0 : 9)) << "also beyond 4 GiB";
   }
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/log_capture.h"
-#include "tests/support/short_stream.h"
 
 using zrmp4::Atom;
 using zrmp4::AtomHeader;
@@ -18,6 +17,12 @@ std::unique_ptr<Atom> ReadBox(const BoxCase& box, ShortStream& stream) {
 }
 
 }  // namespace
+
+std::vector<std::uint8_t> Written(Atom& box) {
+  ShortStream out;
+  EXPECT_EQ(box.Write(&out), 0);
+  return out.data();
+}
 
 void CheckBox(const BoxCase& box) {
   SCOPED_TRACE(box.name);

@@ -8,6 +8,27 @@
 
 #include "box/atom.h"
 #include "tests/support/bytes.h"
+#include "tests/support/short_stream.h"
+
+inline Bytes BoxBytes(const char* type, const Bytes& payload) {
+  return Bytes().be32(8 + payload.size()).type(type).add(payload);
+}
+
+std::vector<std::uint8_t> Written(zrmp4::Atom& box);
+
+// Null when it cannot be read.
+template <typename Box>
+std::unique_ptr<Box> ReadAs(zrmp4::IOStream& stream) {
+  zrmp4::AtomHeader header;
+  if (header.Read(&stream) != 0) return nullptr;
+  auto box = std::make_unique<Box>(header);
+  return box->ReadContent(&stream) == 0 ? std::move(box) : nullptr;
+}
+template <typename Box>
+std::unique_ptr<Box> ReadAs(const std::vector<std::uint8_t>& bytes) {
+  ShortStream stream(bytes);
+  return ReadAs<Box>(stream);
+}
 
 // A box without children and its bytes in the file. make answers a unique_ptr to the box's own class, from which
 // comes how it is read; a class that needs more than the header to be read gives its own.

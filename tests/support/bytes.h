@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -42,7 +41,7 @@ class Bytes {
   std::string difference(const std::vector<std::uint8_t>& other) const {
     for (std::size_t i = 0; i < mData.size() && i < other.size(); ++i) {
       if (mAny[i] || mData[i] == other[i]) continue;
-      return "at " + std::to_string(i) + Hex(mData, i) + ", but got" + Hex(other, i);
+      return "at " + std::to_string(i) + " " + std::to_string(mData[i]) + ", but got " + std::to_string(other[i]);
     }
     if (mData.size() == other.size()) return "";
     return std::to_string(mData.size()) + " bytes, but got " + std::to_string(other.size());
@@ -53,15 +52,6 @@ class Bytes {
     for (int i = width - 1; i >= 0; --i) mData.push_back(static_cast<std::uint8_t>(value >> 8 * i));
     mAny.resize(mData.size());
     return *this;
-  }
-  static std::string Hex(const std::vector<std::uint8_t>& data, std::size_t from) {
-    std::string text;
-    for (std::size_t i = from; i < data.size() && i < from + 8; ++i) {
-      char byte[4];
-      std::snprintf(byte, sizeof(byte), " %02x", data[i]);
-      text += byte;
-    }
-    return text;
   }
 
   std::vector<std::uint8_t> mData;

@@ -50,10 +50,6 @@ int LogCapture::count(const std::string& text) {
   return Count([&](const Line& line) { return line.text == text; });
 }
 
-int LogCapture::ofModule(const std::string& module) {
-  return Count([&](const Line& line) { return line.module == module; });
-}
-
 int LogCapture::transferFailures() {
   return Count([](const Line& line) {
     return line.module == "IO" || line.text.find(" buf failed\n") != std::string::npos;

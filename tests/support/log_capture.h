@@ -18,10 +18,9 @@ class LogCapture {
   static void clear();
   static std::vector<Line> lines();
 
-  // Lines that are this text, and lines of a module.
+  // Lines that are this text.
   static int count(const std::string& text);
   static bool has(const std::string& text) { return count(text) > 0; }
-  static int ofModule(const std::string& module);
   // Lines that report a transfer cut short: one of the module "IO", or a table that was read in one go.
   static int transferFailures();
   // All of them, to be shown when an expectation fails.

@@ -19,7 +19,7 @@ class ShortStream : public zrmp4::IOStream {
 
   int seek(long long offset, int whence) override {
     const long long from = whence == 0 ? 0 : static_cast<long long>(whence == 1 ? mPosition : mData.size());
-    if (mSeeksFail || offset < -from) {
+    if (offset < -from) {
       errno = EINVAL;
       return -1;
     }
@@ -28,12 +28,10 @@ class ShortStream : public zrmp4::IOStream {
   }
   ZR_U64 getCurPos() override { return mPosition; }
   ZR_U64 size() override { return mData.size(); }
-  long long getFileSize() override { return mFileSize >= 0 ? mFileSize : static_cast<long long>(mData.size()); }
+  long long getFileSize() override { return static_cast<long long>(mData.size()); }
   int close() override { return 0; }
 
   const std::vector<std::uint8_t>& data() const { return mData; }
-  void failSeeks() { mSeeksFail = true; }
-  void pretendFileSize(long long size) { mFileSize = size; }
 
  protected:
   ZR_U32 rawRead(ZR_U8* data, ZR_U32 length) override {
@@ -61,6 +59,4 @@ class ShortStream : public zrmp4::IOStream {
   std::vector<std::uint8_t> mData;
   std::uint64_t mPosition = 0;
   std::uint64_t mLeft;
-  bool mSeeksFail = false;
-  long long mFileSize = -1;
 };
