@@ -27,6 +27,7 @@ int PRORESTrack::cutFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) {
   return 0;
 }
 
+// The first frame that has data tells the format; an empty one in front of it does not.
 ZR_U32 PRORESTrack::ExamineSample(const Mp4Sample& sample) {
   if (mHasData || sample.totalSize == 0) return 0;
   return ParseSample(sample) == 0 ? 0 : ZR_ERR_MP4_WRITE_BACKUP;
