@@ -1,6 +1,6 @@
 /* Forks a recorder, kills it at a random moment, repairs its file and counts, again and again:
  *   kill_and_repair out.mp4 [ROUNDS]
- * Fails when a repair fails or gives back fewer frames than had reached the kernel. */
+ * Fails when nothing is recorded, a repair fails, or it gives back fewer frames than had reached the kernel. */
 #define _POSIX_C_SOURCE 200809L
 #include <signal.h>
 #include <stdio.h>
@@ -71,7 +71,7 @@ int main(int count, char** words) {
         close(ends[0]);
         const ZR_U32 status = ZR_MP4_RepairFile(words[1], ZR_TRUE);
         const long frames = status == 0 || status == ZR_ERR_MP4_NO_TRACK_CFG ? framesIn(words[1]) : 0;
-        if (frames + kBuffered < acknowledged) ++bad, printf("%s\n", ZR_MP4_StatusName(status));
+        if (acknowledged == 0 || frames + kBuffered < acknowledged) ++bad, printf("%s\n", ZR_MP4_StatusName(status));
         written += acknowledged, kept += frames;
     }
     printf("%d kills: %ld frames acknowledged, %ld recovered, %ld bad\n", rounds, written, kept, bad);

@@ -3,7 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "zr_mp4.h"
+#include "zr_mp4_ext.h"
 
 /* A grey picture of 16 x 16 pixels in H.264: parameter sets and a key frame. */
 static ZR_U8 picture[] = {0, 0, 0, 1, 0x67, 0x42, 0xC0, 0x0A, 0xD9, 0x1E, 0xC0, 0x44, 0, 0, 3, 0, 4, 0, 0, 3, 0, 0xC8,
@@ -72,6 +72,7 @@ int main(int count, char** words) {
     if (status == 0) status = record();
     ZR_MP4_DestroyAllTracks(file, NULL);
     const ZR_U32 closed = ZR_MP4_Destroy(file, NULL);
+    if (status != 0 || closed != 0) fprintf(stderr, "%s\n", ZR_MP4_StatusName(status != 0 ? status : closed));
     if (figures != NULL) MP4_PROC_DestroyTrack(figures), MP4_PROC_Remove(figures);
     return status != 0 || closed != 0;
 }

@@ -1,5 +1,6 @@
 /* Records H.264 with start codes from standard input until it ends or a signal comes, then finishes the file:
- *   ffmpeg -i in.mkv -c copy -f h264 - | record_stdin out.mp4 1280 720 30 */
+ *   ffmpeg -i in.mkv -c copy -f h264 - | record_stdin out.mp4 1280 720 30
+ * The frames must come in the order in which they are shown (no B-frames). */
 #define _POSIX_C_SOURCE 200809L
 #include <signal.h>
 #include <stdio.h>

@@ -72,6 +72,6 @@ int main(int count, char** words) {
         failures += length >= (int)sizeof path || repair(path);
     }
     closedir(directory);
-    printf("%d recordings, %d not playable\n", files, failures);
+    printf("%d recordings, %d not repaired\n", files, failures);
     return failures != 0;
 }

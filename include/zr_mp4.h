@@ -190,7 +190,9 @@ typedef struct zrMP4_TRACK_INFO_S {
 } zrMP4_TRACK_INFO_S;
 
 typedef struct zrMP4_FRAME_DATA_S {
-    ZR_U64 u64TimeStamp; /* presentation time, microseconds; frames are stored in the order given */
+    ZR_U64 u64TimeStamp; /* presentation time, microseconds; frames are stored in the order given. Only differences
+                          * within a video or metadata track count: every track starts at 0, and audio is as long as
+                          * its samples. */
     ZR_U8* pu8DataBuffer;
     ZR_U32 u32DataLength; /* bytes */
     ZR_BOOL bKeyFrameFlag;
@@ -305,7 +307,8 @@ ZR_API ZR_U32 ZR_MP4_GetFileInfo(ZR_MP4_HANDLE hMP4, zrMP4_FILE_INFO_S* pstFileI
  *   backup unit, or cut before anything of the first frame was there), ZR_ERR_MP4_NO_TRACK_CFG (cut inside the
  *   configuration of the tracks, in front of the first frame), ZR_ERR_MP4_CREATE_TRACK, ZR_ERR_MP4_REPAIR_MOOV,
  *   ZR_ERR_MP4_WRITE_TAIL
- * A finished file with backups is left alone and answered with 0. Only what cannot be kept is overwritten, so a
+ * A finished file with backups is left alone and answered with 0; so is a file whose frames were all cut off, which
+ * then holds its tracks and no sample. Only what cannot be kept is overwritten, so a
  * repair that was itself cut off can be repeated. No other process or handle may have the file open. */
 ZR_API ZR_U32 ZR_MP4_RepairFile(const char* pszFileName, ZR_BOOL bParseExtraFrame) ZR_NOEXCEPT;
 

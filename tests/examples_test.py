@@ -66,7 +66,7 @@ class Examples(unittest.TestCase):
         self.assertRegex(report, r"cut\.mov: repaired, \d+\.\d s of recording, in \d+\.\d\d s\n")
         self.assertRegex(report, r"whole\.mp4: finished, 10\.0 s of recording\n")
         self.assertRegex(report, r"early\.mp4: ZR_ERR_MP4_[A-Z_]+, ")
-        self.assertTrue(report.endswith("3 recordings, 1 not playable\n"), report)
+        self.assertTrue(report.endswith("3 recordings, 1 not repaired\n"), report)
         self.assertIn("cut.mov: finished", run(program("repair_directory", self.folder), expected=1))
         self.assertGreater(len(hashes(self.path("cut.mov"))), 100)
 

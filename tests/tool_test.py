@@ -68,7 +68,7 @@ STREAMS = {
                     video("h264")),
     "ntsc.h264": (h264(rate="30000/1001"), None, video("h264", "29.97")),
     "plain.h265": (h265("open-gop=0"), None, video("h265")),
-    "nosei.h265": (h265("info=0", "open-gop=0"), idr_with_leading, video("h265")),
+    "nosei.h265": (h265("info=0", "open-gop=0"), None, video("h265")),
     "repeat.h265": (h265("repeat-headers=1", "aud=1", "slices=2", "hrd=1", "vbv-bufsize=900", "vbv-maxrate=900",
                          "open-gop=0"), idr_with_leading, video("h265")),
     "cra.h265": (h265("open-gop=1"), None, video("h265")),
@@ -325,7 +325,7 @@ class Recording(Workspace):
 
     def test_key_frames_that_cannot_be_flagged_are_mentioned_once(self):
         self.ensure("cra.h265", "nosei.h265")
-        for name, flagged, notices in (("cra.h265", 0, 1), ("nosei.h265", 3, 0)):
+        for name, flagged, notices in (("cra.h265", 1, 1), ("nosei.h265", 3, 0)):
             done = record(self.path("out.mp4"), "--video", source_path(name), *video("h265"))
             self.assertEqual(done.returncode, 0)
             self.assertEqual(done.stderr.decode().count("without their flag"), notices)

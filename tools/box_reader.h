@@ -26,7 +26,7 @@ class Reader {
 
 // What the sample tables of a track say.
 struct TrackContent {
-  std::string type;  // "video", "audio" or "meta"
+  std::string type = "unknown";  // or "video", "audio", "meta"
   uint64_t frames = 0;
   uint64_t keyFrames = 0;
   double seconds = 0;

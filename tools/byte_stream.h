@@ -18,6 +18,7 @@ class ByteStream {
 
   const std::string& name() const { return mName; }
   const uint8_t* data() const { return mBuffer.data() + mBegin; }
+  void change(size_t at, uint8_t byte) { mBuffer[mBegin + at] = byte; }
   size_t available() const { return mBuffer.size() - mBegin; }
   uint64_t position() const { return mPosition; }  // of data() in the input
 

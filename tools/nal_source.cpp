@@ -52,6 +52,7 @@ bool AnnexBSource::measure(Extent& extent) {
     Extent flags;
     flags.isKey = false;
     const Nal nal = classify(header, flags);
+    if (header[0] != data[mScanned + kStartCode]) mStream.change(mScanned + kStartCode, header[0]);
     if (nal == Nal::kFirstSlice && hasPicture) return finish(extent, leading != 0 ? leading : begin, sequenceEnd);
     if (nal == Nal::kFirstSlice || nal == Nal::kSlice) {
       hasPicture = true;
@@ -75,7 +76,7 @@ bool AnnexBSource::finish(Extent& extent, size_t unitEnd, size_t sequenceEnd) co
   return true;
 }
 
-AnnexBSource::Nal AnnexBSource::classify(const uint8_t* header, Extent& extent) {
+AnnexBSource::Nal AnnexBSource::classify(uint8_t* header, Extent& extent) {
   return mIsHevc ? classifyHevc(header, extent) : classifyAvc(header, extent);
 }
 
@@ -109,8 +110,14 @@ AnnexBSource::Nal AnnexBSource::classifyAvc(const uint8_t* header, Extent& exten
   }
 }
 
-AnnexBSource::Nal AnnexBSource::classifyHevc(const uint8_t* header, Extent& extent) {
+// The library takes an IDR picture that may have leading pictures for a key frame, and no other. One that has none is
+// recorded as such a picture, which it is as well.
+AnnexBSource::Nal AnnexBSource::classifyHevc(uint8_t* header, Extent& extent) {
   constexpr int kIdrWithLeading = 19;
+  constexpr int kIdrWithoutLeading = 20;
+  if ((header[0] >> 1 & 0x3F) == kIdrWithoutLeading) {
+    header[0] = static_cast<uint8_t>((header[0] & 0x81) | kIdrWithLeading << 1);
+  }
   const int type = header[0] >> 1 & 0x3F;
   const bool baseLayer = (header[0] & 1) == 0 && header[1] >> 3 == 0;
   if (type < 32) {
@@ -118,7 +125,8 @@ AnnexBSource::Nal AnnexBSource::classifyHevc(const uint8_t* header, Extent& exte
     extent.isKey = type == kIdrWithLeading;
     if (type >= 16 && type <= 23 && !extent.isKey && !mToldUnflagged) {
       mToldUnflagged = true;
-      Warn(mStream.name() + ": key frames other than IDR_W_RADL are recorded without their flag");
+      Warn(mStream.name() +
+           ": key frames that are not IDR pictures are recorded without their flag, players cannot seek to them");
     }
     return (header[2] & kFirstOfPicture) != 0 ? Nal::kFirstSlice : Nal::kSlice;
   }

@@ -17,9 +17,9 @@ class AnnexBSource : public FrameSource {
 
   bool measure(Extent& extent) override;
   bool findStartCode();
-  Nal classify(const uint8_t* header, Extent& extent);
+  Nal classify(uint8_t* header, Extent& extent);
   Nal classifyAvc(const uint8_t* header, Extent& extent) const;
-  Nal classifyHevc(const uint8_t* header, Extent& extent);
+  Nal classifyHevc(uint8_t* header, Extent& extent);
   bool finish(Extent& extent, size_t unitEnd, size_t sequenceEnd) const;
 
   const bool mIsHevc;

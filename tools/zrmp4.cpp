@@ -19,7 +19,7 @@ constexpr char kOverview[] =
     "  zrmp4 dump FILE                            print the box tree\n"
     "  zrmp4 get FILE PATH                        print the payload of a box\n"
     "\n"
-    "zrmp4 COMMAND --help tells more. Exit status: 0 done, 1 failed, 2 wrong usage.\n"
+    "zrmp4 COMMAND --help tells more, zrmp4 --version the version. Exit status: 0 done, 1 failed, 2 wrong usage.\n"
     "With ZR_LOG_LEVEL=n in the environment the library's messages of level n and up are printed: 0, 1 or 3.\n";
 
 constexpr char kRecordHelp[] =
@@ -45,6 +45,7 @@ constexpr char kRecordHelp[] =
     "  --no-finish         close the file as a cut recording leaves it\n"
     "\n"
     "Ctrl-C ends the recording and finishes the file.\n"
+    "For a file without B-frames:\n"
     "  ffmpeg -i IN -c copy -f h264 - | zrmp4 record -o out.mp4 --video - --codec h264 --fps 30 --size 1280x720\n";
 
 constexpr char kRepairHelp[] =
@@ -79,7 +80,11 @@ const struct {
     {"dump", tool::Dump, kDumpHelp},       {"get", tool::Get, kGetHelp},
 };
 
-bool IsHelp(const char* word) { return std::strcmp(word, "--help") == 0 || std::strcmp(word, "-h") == 0; }
+bool IsAny(const char* word, const char* one, const char* other) {
+  return std::strcmp(word, one) == 0 || std::strcmp(word, other) == 0;
+}
+
+bool IsHelp(const char* word) { return IsAny(word, "--help", "-h"); }
 
 int RunCommand(int (*run)(tool::Arguments), int count, char** words) {
   try {
@@ -98,7 +103,11 @@ int RunCommand(int (*run)(tool::Arguments), int count, char** words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2 || IsHelp(argv[1])) {
+  if (argc == 2 && IsAny(argv[1], "--version", "-V")) {
+    std::printf("zrmp4 %s\n", ZR_MP4_VERSION);
+    return 0;
+  }
+  if (argc < 2 || IsHelp(argv[1]) || std::strcmp(argv[1], "help") == 0) {
     std::fprintf(argc < 2 ? stderr : stdout, kOverview, ZR_MP4_VERSION);
     return argc < 2 ? 2 : 0;
   }
