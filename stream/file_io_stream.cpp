@@ -21,7 +21,7 @@ constexpr ZR_U32 kDirectPart = 12;            // nor one of this part of the buf
 constexpr ZR_U32 kSmallestDirect = 5120;
 constexpr ZR_U32 kAlignment = 65536;          // buffered writes end on multiples of this, where the buffer is large
 constexpr ZR_U32 kDefaultBuffer = 65536;      // when the caller leaves the size open
-constexpr ZR_U64 kWriteOutWindow = 1u << 20;  // write-out is started in steps of this
+constexpr ZR_U64 kWriteOutWindow = 1u << 18;  // write-out is started in steps of this
 
 bool SyncWanted() {
   const char* choice = std::getenv("ZR_MP4_SYNC");

@@ -43,7 +43,7 @@ class FileIOStream : public IOStream {
   // The same, and waits until it is on the disk, where syncing is on and possible.
   int sync();
   bool syncs() const { return mSyncs; }
-  // From now on write-out is started for every MiB behind the position, so that a sync finds little left to do.
+  // From now on write-out is started for every 256 KiB behind the position, so that a sync finds little left to do.
   void keepWritingOut() { mWritesOut = mSyncs; }
 
   // Stands at this position and forgets everything written behind it, in the buffer and in the file.
