@@ -23,13 +23,20 @@ inline ZR_U64 Swapped(ZR_U64 value) {
 #endif
 }
 
+// Unrolled, as the index of a long recording is little else.
+template <typename T>
+void SwapArray(const T* from, T* to, ZR_U32 count) {
+#pragma GCC unroll 8
+  for (ZR_U32 i = 0; i < count; ++i) to[i] = Swapped(from[i]);
+}
+
 template <typename T>
 ZR_U64 WriteArray(IOStream& stream, const T* values, ZR_U32 count) {
   T swapped[kSwapEntries];
   ZR_U64 moved = 0;
   for (ZR_U32 done = 0; done < count;) {
     const ZR_U32 run = count - done < kSwapEntries ? count - done : kSwapEntries;
-    for (ZR_U32 i = 0; i < run; ++i) swapped[i] = Swapped(values[done + i]);
+    SwapArray(values + done, swapped, run);
     const ZR_U32 length = run * static_cast<ZR_U32>(sizeof(T));
     const ZR_U32 written = stream.writeBytes(reinterpret_cast<const ZR_U8*>(swapped), length);
     moved += written - written % sizeof(T);
@@ -63,12 +70,8 @@ ZR_U64 IOStream::writeArrayOfBe32(const ZR_U32* values, ZR_U32 count) { return W
 
 ZR_U64 IOStream::writeArrayOfBe64(const ZR_U64* values, ZR_U32 count) { return WriteArray(*this, values, count); }
 
-void IOStream::swapArrayOfBe32(ZR_U32* array, ZR_U32 count) {
-  for (ZR_U32 i = 0; i < count; ++i) array[i] = Swapped(array[i]);
-}
+void IOStream::swapArrayOfBe32(ZR_U32* array, ZR_U32 count) { SwapArray(array, array, count); }
 
-void IOStream::swapArrayOfBe64(ZR_U64* array, ZR_U32 count) {
-  for (ZR_U32 i = 0; i < count; ++i) array[i] = Swapped(array[i]);
-}
+void IOStream::swapArrayOfBe64(ZR_U64* array, ZR_U32 count) { SwapArray(array, array, count); }
 
 }  // namespace zrmp4
