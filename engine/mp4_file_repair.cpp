@@ -17,6 +17,7 @@ namespace zrmp4 {
 namespace {
 
 constexpr ZR_U32 kRecordReadAhead = 32;             // a private header and the head of what follows
+constexpr ZR_U32 kSnapshotReadAhead = 8192;         // two tables of a thousand samples: most snapshots are no larger
 constexpr ZR_U32 kSmallestUnit = 4096;              // anything less in a file is damage
 constexpr ZR_U32 kLargestPreAllocUnit = 104857600;  // the most that a configuration may ask for
 constexpr ZR_U32 kPage = 4096;                      // of a file, as it reaches the disk
@@ -179,6 +180,8 @@ int MP4File::ParseMediaParameter() {
 
 void MP4File::ParseSnapshots() {
   RecordWalker cover(mStream.get(), mBackupUnit, mLastGoodEnd, mFileSize);
+  // All are asked for before the first is looked at, so that the disk does not wait in between.
+  for (ZR_U64 i = 1; i <= mBackupIndex; ++i) mStream->expect(i * mBackupUnit, kSnapshotReadAhead);
   while (mParsedTbgp < mBackupIndex) {
     const ZR_U64 multiple = (static_cast<ZR_U64>(mParsedTbgp) + 1) * mBackupUnit;
     if (Covered(cover, multiple)) {
@@ -197,8 +200,10 @@ void MP4File::ParseSnapshots() {
 bool MP4File::Covered(RecordWalker& cover, ZR_U64 offset) {
   if (offset < mLastGoodEnd) return true;
   ZR_U8 head[8];
-  if (mStream->seek(static_cast<long long>(offset), 0) != 0 || mStream->readBytes(head, 8) != 8) return false;
-  if (std::memcmp(head + 4, "tbgp", 4) == 0) return false;
+  mStream->setReadAhead(kSnapshotReadAhead);
+  const bool read = mStream->seek(static_cast<long long>(offset), 0) == 0 && mStream->readBytes(head, 8) == 8;
+  mStream->setReadAhead(kRecordReadAhead);
+  if (!read || std::memcmp(head + 4, "tbgp", 4) == 0) return false;
   while (cover.endOffset() <= offset) {
     const RecordWalker::Record record = cover.next();
     if (record == RecordWalker::Record::kEnd || record == RecordWalker::Record::kTableGroup) return false;
@@ -208,7 +213,6 @@ bool MP4File::Covered(RecordWalker& cover, ZR_U64 offset) {
 
 int MP4File::FindAndParseNextTbgp() {
   const ZR_U64 offset = (static_cast<ZR_U64>(mParsedTbgp) + 1) * mBackupUnit;
-  mStream->setReadAhead(kRecordReadAhead);
   if (mStream->seek(static_cast<long long>(offset), 0) != 0) return ZR_FAIL(-1, "seek to next tbgp fail\n");
   AtomHeader header;
   if (header.Read(mStream.get()) != 0) return ZR_FAIL(-1, "read tbgp header failed\n");
@@ -434,9 +438,10 @@ int MP4File::UpdateTrack(Track* track, const RecordWalker& walker) {
 bool MP4File::ZerosFollow(ZR_U64 offset) {
   ZR_U8 head[PrivSampleHeader::kSize];
   if (mFileSize - offset < sizeof(head)) return false;
-  if (!mStream->peek(offset, head, PrivSampleHeader::kSize)) return false;
-  for (const ZR_U8 byte : head) {
-    if (byte != 0) return false;
+  const auto isZero = [](ZR_U8 byte) { return byte == 0; };
+  // Of the next frame the track's number says enough.
+  for (const ZR_U32 length : {4u, PrivSampleHeader::kSize}) {
+    if (!mStream->peek(offset, head, length) || !std::all_of(head, head + length, isZero)) return false;
   }
   const ZR_U64 multiple = mBackupUnit != 0 ? (offset + mBackupUnit - 1) / mBackupUnit * mBackupUnit : mFileSize;
   if (mFileSize <= multiple || mFileSize - multiple < 8) return true;

@@ -177,6 +177,10 @@ ZR_U32 FileIOStream::rawRead(ZR_U8* data, ZR_U32 length) {
   return moved;
 }
 
+void FileIOStream::expect(ZR_U64 offset, ZR_U32 length) {
+  ::posix_fadvise(mFd, static_cast<off_t>(offset), static_cast<off_t>(length), POSIX_FADV_WILLNEED);
+}
+
 bool FileIOStream::peek(ZR_U64 offset, ZR_U8* data, ZR_U32 length) {
   if (mFd < 0 || flush() != 0) return false;
   for (ZR_U32 moved = 0; moved < length;) {

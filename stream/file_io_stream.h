@@ -53,6 +53,8 @@ class FileIOStream : public IOStream {
   void setPreAllocUnit(ZR_U32 unit);
   // The most that is read ahead of a small read; 0 for the whole buffer.
   void setReadAhead(ZR_U32 length) { mReadAhead = length; }
+  // Lets the kernel fetch a range that is going to be read.
+  void expect(ZR_U64 offset, ZR_U32 length);
   // Reads somewhere else without moving the position or losing what was read ahead. Answers whether all was there.
   bool peek(ZR_U64 offset, ZR_U8* data, ZR_U32 length);
   // Whether a read was ever refused by the system, as opposed to reaching the end.
