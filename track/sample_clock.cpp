@@ -1,5 +1,6 @@
 #include "track/sample_clock.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <numeric>
@@ -36,28 +37,33 @@ SampleClock::SampleClock(ZR_U32 timescale, float speed)
 
 void SampleClock::start(ZR_U64 pts) { mNextPts = pts; }
 
-ZR_U32 SampleClock::advanceTo(ZR_U64 pts) {
+ZR_U32 SampleClock::measure(ZR_U64 pts) {
   ZR_S64 candidate = 0;
   if (!candidateFor(pts, &candidate)) {
     // No duration leads there: the time goes on from the new stamp.
-    if (mDuration == 0) mDuration = 1;
+    if (mDuration == 0) setDuration(1);
     mNextPts = pts;
     return mDuration;
   }
   const ZR_S64 change = candidate - static_cast<ZR_S64>(mDuration);
   if (mDuration == 0 || change > mTolerance || -change > mTolerance) {
-    mDuration = candidate > 0 ? static_cast<ZR_U32>(candidate) : 1;
+    setDuration(candidate > 0 ? static_cast<ZR_U32>(candidate) : 1);
   }
-  if (mSteppedDuration != mDuration) {
-    mStep = stepOf(mDuration);
-    mSteppedDuration = mDuration;
-  }
+  if (mKeptSpan == 0) mStep = stepOf(mDuration);
+  const ZR_U64 step = pts - mNextPts;
+  if (candidate > 0 && static_cast<ZR_S64>(step) >= 0) noteKept(step);
   mNextPts += mStep;
   return mDuration;
 }
 
+void SampleClock::noteKept(ZR_U64 step) {
+  const ZR_U64 end = mKeptSpan != 0 ? std::max(mKeptFrom + mKeptSpan, step + 1) : step + 1;
+  mKeptFrom = mKeptSpan != 0 ? std::min(mKeptFrom, step) : step;
+  mKeptSpan = end - mKeptFrom;
+}
+
 void SampleClock::replay(ZR_U32 count, ZR_U32 duration) {
-  mDuration = duration;
+  setDuration(duration);
   mNextPts += count * stepOf(duration);
 }
 
