@@ -2,6 +2,9 @@
 
 #include "zr_log.h"
 
+// What is logged is rare: the paths to it stay out of the way of the others.
+extern "C" [[gnu::cold]] ZR_LOG_API void ZR_LOG_Printf(const char* pszModule, int s32Level, const char* pszFormat, ...);
+
 namespace zrmp4 {
 
 // Logs a notice that is not a failure; level 0 is trace, 1 notice.
@@ -15,10 +18,10 @@ namespace zrmp4 {
 #define ZR_IO_FAIL(result, ...) (ZR_LOG_Printf("IO", ZR_LOG_LEVEL_ERROR, __VA_ARGS__), (result))
 
 // A null argument of a box operation: one format for every class, its class word included.
-void LogNullArgument(const char* operation, int line = __builtin_LINE());
+[[gnu::cold]] void LogNullArgument(const char* operation, int line = __builtin_LINE());
 
 // The same of a track: "%s:%d %s \n", or with the class in front when one is given.
-void LogTrackArgument(const char* className, const char* operation, const char* what = "input parameter null",
-                      int line = __builtin_LINE());
+[[gnu::cold]] void LogTrackArgument(const char* className, const char* operation,
+                                    const char* what = "input parameter null", int line = __builtin_LINE());
 
 }  // namespace zrmp4

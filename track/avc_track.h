@@ -5,21 +5,24 @@
 
 namespace zrmp4 {
 
-class AVCTrack : public NalTrack {
+class AVCTrack final : public NalTrack {
  public:
   AVCTrack(IOStream* stream, TrakAtom* trak, MdatAtom* mdat, float speed, int frameRate, ZR_BOOL constantRate);
 
+  int ParseSample(const Mp4Sample& sample) override { return ParseUnits(*this, sample); }
   int GetNaluType(const ZR_U8* nalu, ZR_U32 len, ZR_U8* type) override;
   bool IsParameterSetNalu(ZR_U8 type) override;
   int HandleParameterSetNalu(const ZR_U8* nalu, ZR_U32 len, ZR_U8 type) override;
 
- protected:
-  const Texts& texts() const override;
-  bool isIdrSlice(ZR_U8 type) const override;
-  bool hasParameterSets() const override;
-  void logBadKeySample(ZR_U8 idrSlices) const override;
-
  private:
+  friend class NalTrack;
+
+  const Texts& texts() const override;
+  bool isIdrSlice(ZR_U8 type) const;
+  int checkConfiguration() const { return 0; }
+  bool hasParameterSets() const;
+  void logBadKeySample(ZR_U8 idrSlices) const;
+
   AvccAtom* mAvcc;
 };
 

@@ -66,7 +66,7 @@ const NalTrack::Texts& HEVCTrack::texts() const {
 // Deliberate: IDR_N_LP (20) and CRA (21) do not make a key frame.
 bool HEVCTrack::isIdrSlice(ZR_U8 type) const { return type == kIdrWithLeading; }
 
-int HEVCTrack::checkConfiguration() {
+int HEVCTrack::checkConfiguration() const {
   if (mHvcc != nullptr) return 0;
   LogTrackArgument(kClass, "ParseSample", "mHvcc null");
   return -1;

@@ -15,6 +15,12 @@ ZR_U32 ReadBe32(const ZR_U8* data) {
          data[3];
 }
 
+// Four bytes hold a start code of three at their front or at their end, the latter with a zero in front or not.
+bool BeginsWithStartCode(const ZR_U8* data) {
+  const ZR_U32 word = ReadBe32(data);
+  return word >> 8 == 1 || (word & 0xFFFFFF) == 1;
+}
+
 // Deliberate: the number printed is that of the unit too many.
 int TooManyNalus() {
   return ZR_FAIL(-1, "mp4 access unit nalu count has reach the max(%d)\n",
@@ -25,11 +31,43 @@ int TooManyNalus() {
 
 // Frames to samples --------------------------------------------------------------------------------------------------
 
-int NalTrack::cutFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) {
+inline int NalTrack::cutAtStartCodes(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) {
+  const ZR_U8* const frameEnd = data + len;
+  // Deliberate: a start code that reaches into the last four bytes belongs to the unit in front of it.
+  const ZR_U8* const scanEnd = len > kStartCodeScanLen ? frameEnd - kStartCodeScanLen : data;
+  ZR_U32 count = 0;
+  ZR_U64 total = 0;
+  const ZR_U8* unit = nullptr;  // the last one begun
+  const auto endUnit = [&](const ZR_U8* end) {
+    const ZR_U32 size = static_cast<ZR_U32>(end - unit);
+    out->partData[count] = unit;
+    out->partSize[count++] = size;
+    total += kNalLengthSize + size;
+  };
+  const ZR_U8* scanned = data;
+  // Nearly every frame begins with the long form, which needs no search.
+  if (scanEnd - data >= 4 && ReadBe32(data) == 1) unit = scanned = data + 4;
+  for (const ZR_U8* code; (code = FindStartCode(scanned, scanEnd)) != scanEnd;) {  // its last byte
+    const bool longCode = code - scanned >= 3 && code[-3] == 0;
+    if (unit != nullptr) endUnit(code - (longCode ? 3 : 2));
+    if (count == kMaxNalus) return TooManyNalus();
+    unit = scanned = code + 1;
+  }
+  // Deliberate: a frame too short for its start code to be seen is an empty sample.
+  if (unit != nullptr) endUnit(frameEnd);
+  if (total > 0xFFFFFFFFu) return -1;
+  out->partCount = count;
+  out->totalSize = static_cast<ZR_U32>(total);
+  return 0;
+}
+
+int NalTrack::FrameToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample* out) {
   constexpr int kRefused = static_cast<int>(ZR_ERR_MP4_ILLEGAL_PARAM);
+  const int begun = beginSample(data, len, pts, isKey, out);
+  if (begun != 0 || data == nullptr) return begun;
   if (len < kMinFrameLen) return ZR_FAIL(kRefused, "input video frame len(%u) is too short\n", len);
-  if (!IsAnnexbFrame(data)) return ZR_FAIL(kRefused, "input video frame is not annexb format\n");
-  if (AnnexbToSample(data, len, out->pts, out->isKey, out) == 0) return 0;
+  if (!BeginsWithStartCode(data)) return ZR_FAIL(kRefused, "input video frame is not annexb format\n");
+  if (cutAtStartCodes(data, len, out) == 0) return 0;
   return ZR_FAIL(kRefused, "can not convert annexb to mp4 access unit, len is:%u\n", len);
 }
 
@@ -42,8 +80,7 @@ bool NalTrack::IsAnnexbFrame(const ZR_U8* data) {
     LogTrackArgument(nullptr, "IsAnnexbFrame");
     return false;
   }
-  // Four bytes hold a start code of three at their front or at their end, the latter with a zero in front or not.
-  return data[1] == 0 && ((data[0] == 0 && data[2] == 1) || (data[2] == 0 && data[3] == 1));
+  return BeginsWithStartCode(data);
 }
 
 int NalTrack::AnnexbToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample* out) {
@@ -53,36 +90,7 @@ int NalTrack::AnnexbToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL 
   }
   out->pts = pts;
   out->isKey = isKey;
-  const ZR_U8* const frameEnd = data + len;
-  // Deliberate: a start code that reaches into the last four bytes belongs to the unit in front of it.
-  const ZR_U8* const scanEnd = len > kStartCodeScanLen ? frameEnd - kStartCodeScanLen : data;
-  ZR_U64 total = 0;
-  const auto endUnit = [&](const ZR_U8* end) {
-    const ZR_U32 unit = out->partCount - 1;
-    out->partSize[unit] = static_cast<ZR_U32>(end - out->partData[unit]);
-    total += kNalLengthSize + out->partSize[unit];
-  };
-  const ZR_U8* scanned = data;
-  // Nearly every frame begins with the long form, which needs no search.
-  const bool longFirst = scanEnd - data >= 4 && data[0] == 0 && data[1] == 0 && data[2] == 0 && data[3] == 1;
-  if (longFirst) {
-    scanned = data + 4;
-    out->partData[out->partCount++] = scanned;
-  }
-  for (;;) {
-    const ZR_U8* const code = FindStartCode(scanned, scanEnd);  // its last byte
-    if (code == scanEnd) break;
-    if (out->partCount == kMaxNalus) return TooManyNalus();
-    const bool longCode = code - scanned >= 3 && code[-3] == 0;
-    if (out->partCount != 0) endUnit(code - (longCode ? 3 : 2));
-    scanned = code + 1;
-    out->partData[out->partCount++] = scanned;
-  }
-  // Deliberate: a frame too short for its start code to be seen is an empty sample.
-  if (out->partCount != 0) endUnit(frameEnd);
-  if (total > 0xFFFFFFFFu) return -1;
-  out->totalSize = static_cast<ZR_U32>(total);
-  return 0;
+  return cutAtStartCodes(data, len, out);
 }
 
 int NalTrack::Mp4AuToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample& out) {
@@ -112,28 +120,6 @@ int NalTrack::Mp4AuToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL i
 ZR_U32 NalTrack::ExamineSample(const Mp4Sample& sample) {
   if (sample.totalSize == 0 || ParseSample(sample) == 0) return 0;
   return ZR_FAIL(ZR_ERR_MP4_WRITE_BACKUP, "%s", texts().badSample);
-}
-
-int NalTrack::ParseSample(const Mp4Sample& sample) {
-  ZR_U8 idrSlices = 0;
-  for (ZR_U32 i = 0; i < sample.partCount; ++i) {
-    ZR_U8 type = 0;
-    if (GetNaluType(sample.partData[i], sample.partSize[i], &type) != 0) return ZR_FAIL(-1, "%s", texts().noNaluType);
-    if (IsParameterSetNalu(type)) {
-      if (HandleParameterSetNalu(sample.partData[i], sample.partSize[i], type) != 0) {
-        return ZR_FAIL(-1, "%s", texts().badParameterSet);
-      }
-    } else if (isIdrSlice(type)) {
-      ++idrSlices;
-    }
-  }
-  if (checkConfiguration() != 0) return -1;
-  if (sample.isKey && (idrSlices == 0 || !hasParameterSets())) {
-    logBadKeySample(idrSlices);
-    return -1;
-  }
-  if (idrSlices >= 2) mMultiSliceKey = true;
-  return 0;
 }
 
 int NalTrack::writePieces(const Mp4Sample& sample) {

@@ -21,8 +21,8 @@ class NalTrack : public VideoTrack {
   static int AnnexbToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample* out);
   static int Mp4AuToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample& out);
 
+  int FrameToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample* out) override;
   ZR_U32 ExamineSample(const Mp4Sample& sample) override;
-  int ParseSample(const Mp4Sample& sample) override;
   int ParseMediaParameter(RecordWalker& walker) override;
   bool RecoverFrame(const PrivSampleHeader& header, ZR_U64 dataOffset, bool lastBeforeZeros) override;
 
@@ -43,15 +43,15 @@ class NalTrack : public VideoTrack {
   };
 
   virtual const Texts& texts() const = 0;
-  virtual bool isIdrSlice(ZR_U8 type) const = 0;
-  virtual int checkConfiguration() { return 0; }
-  virtual bool hasParameterSets() const = 0;
-  virtual void logBadKeySample(ZR_U8 idrSlices) const = 0;
 
   int writePieces(const Mp4Sample& sample) override;
-  int cutFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) override;
   int cutStoredFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) override;
   bool everySampleIsSync() const override { return false; }
+
+  // ParseSample of a codec's track, which befriends this class and adds isIdrSlice, checkConfiguration,
+  // hasParameterSets and logBadKeySample. A template, so that nothing is called for each unit.
+  template <typename Codec>
+  static int ParseUnits(Codec& track, const Mp4Sample& sample);
 
  private:
   // The parameter sets of a frame in the file.
@@ -62,10 +62,35 @@ class NalTrack : public VideoTrack {
     ZR_U8 type[kMaxNalus];
   };
 
+  static int cutAtStartCodes(const ZR_U8* data, ZR_U32 len, Mp4Sample* out);
   bool findParameterSets(const PrivSampleHeader& header, ZR_U64 dataOffset, StoredUnits* sets);
   void takeParameterSets(const StoredUnits& sets);
 
   bool mMultiSliceKey = false;
 };
+
+template <typename Codec>
+int NalTrack::ParseUnits(Codec& track, const Mp4Sample& sample) {
+  ZR_U8 idrSlices = 0;
+  for (ZR_U32 i = 0; i < sample.partCount; ++i) {
+    const ZR_U8* const unit = sample.partData[i];
+    ZR_U8 type = 0;
+    if (track.GetNaluType(unit, sample.partSize[i], &type) != 0) return ZR_FAIL(-1, "%s", track.texts().noNaluType);
+    if (track.IsParameterSetNalu(type)) {
+      if (track.HandleParameterSetNalu(unit, sample.partSize[i], type) != 0) {
+        return ZR_FAIL(-1, "%s", track.texts().badParameterSet);
+      }
+    } else if (track.isIdrSlice(type)) {
+      ++idrSlices;
+    }
+  }
+  if (track.checkConfiguration() != 0) return -1;
+  if (sample.isKey && (idrSlices == 0 || !track.hasParameterSets())) {
+    track.logBadKeySample(idrSlices);
+    return -1;
+  }
+  if (idrSlices >= 2) track.mMultiSliceKey = true;
+  return 0;
+}
 
 }  // namespace zrmp4

@@ -19,7 +19,12 @@ PRORESTrack::PRORESTrack(IOStream* stream, TrakAtom* trak, MdatAtom* mdat, float
                          ZR_BOOL constantRate)
     : VideoTrack(stream, trak, mdat, speed, frameRate, constantRate), mEntry(FindEntry(trak)) {}
 
-int PRORESTrack::cutFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) {
+int PRORESTrack::FrameToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample* out) {
+  const int begun = beginSample(data, len, pts, isKey, out);
+  return begun != 0 || data == nullptr ? begun : cutStoredFrame(data, len, out);
+}
+
+int PRORESTrack::cutStoredFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) {
   out->partCount = 1;
   out->partData[0] = data;
   out->partSize[0] = len;

@@ -10,14 +10,14 @@ class PRORESTrack : public VideoTrack {
  public:
   PRORESTrack(IOStream* stream, TrakAtom* trak, MdatAtom* mdat, float speed, int frameRate, ZR_BOOL constantRate);
 
+  int FrameToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample* out) override;
   ZR_U32 ExamineSample(const Mp4Sample& sample) override;
   ZR_U32 WriteSample(const Mp4Sample& sample) override;
   int ParseSample(const Mp4Sample& sample) override;
   int ParseMediaParameter(RecordWalker& walker) override;
 
  protected:
-  int cutFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) override;
-  int cutStoredFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) override { return cutFrame(data, len, out); }
+  int cutStoredFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) override;
   bool everySampleIsSync() const override { return true; }
 
  private:

@@ -14,21 +14,6 @@ VideoTrack::VideoTrack(IOStream* stream, TrakAtom* trak, MdatAtom* mdat, float s
   if (constantRate && frameRate != 0) mClock.setDuration(trak->timeScale() / static_cast<ZR_U32>(frameRate));
 }
 
-int VideoTrack::FrameToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample* out) {
-  if (out == nullptr) {
-    LogTrackArgument(nullptr, "FrameToSample");
-    return -1;
-  }
-  if ((data == nullptr) != (len == 0)) {
-    return ZR_FAIL(static_cast<int>(ZR_ERR_MP4_ILLEGAL_PARAM), "input video frame data not matches len:%u\n", len);
-  }
-  out->partCount = 0;
-  out->totalSize = 0;
-  out->pts = pts;
-  out->isKey = isKey;
-  return data != nullptr ? cutFrame(data, len, out) : 0;
-}
-
 int VideoTrack::CreateTmpStbl() {
   if (mTmpStbl != nullptr) return -1;
   if (Track::CreateTmpStbl() != 0) return ZR_FAIL(-1, "create tmp stbl error\n");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/log.h"
 #include "track/track.h"
 
 namespace zrmp4 {
@@ -10,7 +11,6 @@ class VideoTrack : public Track {
  public:
   VideoTrack(IOStream* stream, TrakAtom* trak, MdatAtom* mdat, float speed, int frameRate, ZR_BOOL constantRate);
 
-  int FrameToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample* out) override;
   int CreateTmpStbl() override;
   int UpdateTmpStbl(ZR_U64 chunkOffset, const Mp4Sample& sample) override;
 
@@ -18,9 +18,22 @@ class VideoTrack : public Track {
   virtual int ParseSample(const Mp4Sample& sample) = 0;
 
  protected:
-  // Cuts a frame, as the caller gives it, into pieces: 0, or the result for FrameToSample.
-  virtual int cutFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) = 0;
-  // The same for a frame as it stands in the file.
+  // What every FrameToSample begins with: a sample without pieces, or the result of a refusal.
+  static int beginSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample* out) {
+    if (out == nullptr) {
+      LogTrackArgument(nullptr, "FrameToSample");
+      return -1;
+    }
+    if ((data == nullptr) != (len == 0)) {
+      return ZR_FAIL(static_cast<int>(ZR_ERR_MP4_ILLEGAL_PARAM), "input video frame data not matches len:%u\n", len);
+    }
+    out->partCount = 0;
+    out->totalSize = 0;
+    out->pts = pts;
+    out->isKey = isKey;
+    return 0;
+  }
+  // Cuts a frame as it stands in the file into pieces.
   virtual int cutStoredFrame(const ZR_U8* data, ZR_U32 len, Mp4Sample* out) = 0;
   virtual bool everySampleIsSync() const = 0;
 
