@@ -34,15 +34,15 @@ class TableArray {
     }
   }
 
-  ZR_U32 count() const { return mCount; }
-  bool empty() const { return mCount == 0; }
+  ZR_U32 count() const { return mLast != nullptr ? mBefore + static_cast<ZR_U32>(mEnd - mLast->entries()) : 0; }
+  bool empty() const { return mLast == nullptr; }
   T& back() { return mEnd[-1]; }
   const T& back() const { return mEnd[-1]; }
   const T& front() const { return mFirst->entries()[0]; }
 
   // Makes sure that the next append finds its memory.
   bool reserve() {
-    if (mFree > 0) return true;
+    if (mEnd != mLimit) return true;
     Block*& next = nextBlock();
     if (next != nullptr) return true;
     next = static_cast<Block*>(::operator new(sizeof(Block) + nextSize() * sizeof(T), std::nothrow));
@@ -55,33 +55,28 @@ class TableArray {
   }
 
   // How many entries find their memory already.
-  ZR_U32 room() const { return mFree + ((mLast != nullptr ? mLast->next : mFirst) != nullptr ? nextSize() : 0); }
+  ZR_U32 room() const {
+    const ZR_U32 left = static_cast<ZR_U32>(mLimit - mEnd);
+    return left + ((mLast != nullptr ? mLast->next : mFirst) != nullptr ? nextSize() : 0);
+  }
 
   bool append(const T& entry) {
-    if (mFree == 0) {
-      if (!reserve()) return false;
-      mFree = nextSize();
-      mLast = nextBlock();
-      mEnd = mLast->entries();
-    }
+    if (mEnd == mLimit && !startBlock()) return false;
     *mEnd++ = entry;
-    --mFree;
-    ++mCount;
     return true;
   }
 
   // Forgets the entries and keeps the blocks for the next ones.
   void clear() {
     mLast = nullptr;
-    mEnd = nullptr;
-    mFree = 0;
-    mCount = 0;
+    mEnd = mLimit = nullptr;
+    mBefore = 0;
   }
 
   // Calls take(entries, n) for one run of entries after another; stops and answers false when it does.
   template <typename Take>
   bool forEachRun(Take take) const {
-    ZR_U32 left = mCount;
+    ZR_U32 left = count();
     ZR_U32 size = kFirstEntries;
     for (const Block* block = mFirst; left > 0; block = block->next) {
       const ZR_U32 run = left < size ? left : size;
@@ -94,15 +89,14 @@ class TableArray {
 
   class Iterator {
    public:
-    Iterator(const Block* block, ZR_U32 left) : mBlock(block), mLeft(left) {}
-    const T& operator*() const { return mBlock->entries()[mAt]; }
-    const T* operator->() const { return mBlock->entries() + mAt; }
-    bool operator!=(const Iterator& other) const { return mLeft != other.mLeft; }
+    Iterator(const Block* block, const T* at, const T* end) : mBlock(block), mAt(at), mEnd(end) {}
+    const T& operator*() const { return *mAt; }
+    const T* operator->() const { return mAt; }
+    bool operator!=(const Iterator& other) const { return mAt != other.mAt; }
     Iterator& operator++() {
-      --mLeft;
-      if (++mAt == mSize) {
+      if (++mAt == mBlock->entries() + mSize && mAt != mEnd) {
         mBlock = mBlock->next;
-        mAt = 0;
+        mAt = mBlock->entries();
         mSize = kBlockEntries;
       }
       return *this;
@@ -110,12 +104,12 @@ class TableArray {
 
    private:
     const Block* mBlock;
-    ZR_U32 mLeft;
-    ZR_U32 mAt = 0;
-    ZR_U32 mSize = kFirstEntries;
+    const T* mAt;
+    const T* mEnd;
+    ZR_U32 mSize = kFirstEntries;  // of the block
   };
-  Iterator begin() const { return Iterator(mFirst, mCount); }
-  Iterator end() const { return Iterator(nullptr, 0); }
+  Iterator begin() const { return Iterator(mFirst, mLast != nullptr ? mFirst->entries() : nullptr, mEnd); }
+  Iterator end() const { return Iterator(mLast, mEnd, mEnd); }
 
  private:
   static constexpr ZR_U32 kFirstEntries = kBlockEntries < 8 ? kBlockEntries : 8;
@@ -123,11 +117,21 @@ class TableArray {
   Block*& nextBlock() { return mLast != nullptr ? mLast->next : mFirst; }
   ZR_U32 nextSize() const { return mLast != nullptr ? kBlockEntries : kFirstEntries; }
 
+  bool startBlock() {
+    if (!reserve()) return false;
+    mBefore = count();
+    const ZR_U32 size = nextSize();
+    mLast = nextBlock();
+    mEnd = mLast->entries();
+    mLimit = mEnd + size;
+    return true;
+  }
+
   Block* mFirst = nullptr;
   Block* mLast = nullptr;  // the block that holds the last entry, null while empty
   T* mEnd = nullptr;       // behind the last entry
-  ZR_U32 mFree = 0;        // entries left in mLast
-  ZR_U32 mCount = 0;
+  T* mLimit = nullptr;     // and where its block ends
+  ZR_U32 mBefore = 0;      // entries in the blocks in front of mLast
 };
 
 }  // namespace zrmp4
