@@ -120,12 +120,18 @@ Atom* Atom::GetDescendant(const std::string& path) {
   return box;
 }
 
+void Atom::settleGrowth() {
+  if (mGrowsInto != nullptr || mParent == nullptr) return;
+  mParent->IncreaseSize(mHeader.size - mToldSize);
+  mToldSize = mHeader.size;
+}
+
 void Atom::link(Atom* child, Atom* after) {
   Atom*& place = after != nullptr ? after->mNextSibling : mFirstChild;
   child->mNextSibling = place;
   place = child;
   if (child->mNextSibling == nullptr) mLastChild = child;
-  child->mParent = this;
+  child->mParent = child->mGrowsInto = this;
   ++mChildCount;
 }
 
@@ -164,7 +170,7 @@ void Atom::RemoveChild(Atom* child) {
     child->mNextSibling = nullptr;  // one that is not among these may stand in another list
     break;
   }
-  child->mParent = nullptr;
+  child->mParent = child->mGrowsInto = nullptr;
   DecreaseSize(child->mHeader.size);
 }
 

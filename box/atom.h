@@ -10,7 +10,8 @@ namespace zrmp4 {
 // overrides readData and writeData for its own fields, a container overrides ReadChild.
 //
 // Sizes are exact at all times: adding or removing a child, or growing by some bytes, changes this box and every
-// ancestor, so that a tree can be written at any moment without being measured.
+// ancestor, so that a tree can be written at any moment without being measured. The one exception, keepGrowth, is for
+// the tables of a recording, and settled before anyone looks.
 class Atom {
  public:
   Atom(const char* type, ZR_U32 size) : mHeader(type, size) {}
@@ -57,11 +58,19 @@ class Atom {
 
   // Inline because tables grow with every frame.
   void IncreaseSize(ZR_U32 n) {
-    for (Atom* box = this; box != nullptr; box = box->mParent) box->mHeader.increaseAtomSize(n);
+    for (Atom* box = this; box != nullptr; box = box->mGrowsInto) box->mHeader.increaseAtomSize(n);
   }
   void DecreaseSize(ZR_U32 n) {
-    for (Atom* box = this; box != nullptr; box = box->mParent) box->mHeader.decreaseAtomSize(n);
+    for (Atom* box = this; box != nullptr; box = box->mGrowsInto) box->mHeader.decreaseAtomSize(n);
   }
+
+  // For a box that grows too often to tell every ancestor each time: from now on these learn of its growth by
+  // settleGrowth only.
+  void keepGrowth() {
+    mGrowsInto = nullptr;
+    mToldSize = mHeader.size;
+  }
+  void settleGrowth();
 
   const AtomHeader& header() const { return mHeader; }
   AtomHeader& header() { return mHeader; }
@@ -81,6 +90,8 @@ class Atom {
 
   AtomHeader mHeader;
   Atom* mParent = nullptr;
+  Atom* mGrowsInto = nullptr;   // the parent, unless growth is kept from it
+  ZR_U32 mToldSize = 0;         // what the ancestors count of a size whose growth is kept
   Atom* mFirstChild = nullptr;  // a list through the boxes themselves: adding one cannot fail
   Atom* mLastChild = nullptr;
   Atom* mNextSibling = nullptr;

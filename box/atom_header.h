@@ -31,17 +31,17 @@ class AtomHeader {
 
   // A box that runs to the end has no size to change.
   void increaseAtomSize(ZR_U32 n) {
-    if (size == 1) {
-      largeSize += n;
-    } else if (size != 0) {
+    if (size > 1) {
       size += n;
+    } else if (size == 1) {
+      largeSize += n;
     }
   }
   void decreaseAtomSize(ZR_U32 n) {
-    if (size == 1) {
-      largeSize -= n;
-    } else if (size != 0) {
+    if (size > 1) {
       size -= n;
+    } else if (size == 1) {
+      largeSize -= n;
     }
   }
 

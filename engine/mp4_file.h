@@ -76,6 +76,7 @@ class MP4File : public ISOBaseMediaFile {
   ZR_U32 Repair(ZR_BOOL parseExtraFrames);
 
   // Queries (mp4_file_query.cpp)
+  Atom* GetAtom(const std::string& path);
   ZR_U32 ParseFileInfo();
   ZR_U32 Duration();
   ZR_U32 GetHandleName(std::string& name);
@@ -105,6 +106,8 @@ class MP4File : public ISOBaseMediaFile {
   };
   RecordStart BeginRecord();
   void DropRecord(const RecordStart& start);
+  bool IsFull();
+  void SettleSizes();
   bool OffsetFits(const Track::Mp4Sample& sample);
   ZR_U32 WriteRecord(Track* track, const Track::Mp4Sample& sample, ZR_U64* offset);
   void WriteProc(Track*, ZR_U64) {}
@@ -180,6 +183,7 @@ class MP4File : public ISOBaseMediaFile {
   ZR_U32 mParsedTbgp = 0;     // repair: multiples of the unit done with
   ZR_U32 mMergedTbgp = 0;     // repair: table groups merged
   ZR_U64 mMaxFileSize = MP4_MAX_FILE_SIZE;
+  ZR_U64 mSettleFrom = 0;  // a file size from which the boxes, with what the tables keep, may have reached the limit
   std::unique_ptr<ZR_U8[]> mPaddingBuf;
   SyncSchedule mSyncSchedule;
   ZR_U64 mLastPts = 0;  // of the last frame prepared

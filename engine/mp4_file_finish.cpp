@@ -61,6 +61,7 @@ int MP4File::FinishTracks() {
     trak->setMdhdDuration(duration);
     auto* hvcc = trak->Find<HvccAtom>("mdia/minf/stbl/stsd/hvc1/hvcC");
     if (hvcc != nullptr) hvcc->settleSize();
+    track->settleSizes();
   }
   return 0;
 }

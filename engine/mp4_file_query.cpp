@@ -59,6 +59,11 @@ ZR_U32 MP4File::ParseFileInfo() {
   return 0;
 }
 
+Atom* MP4File::GetAtom(const std::string& path) {
+  SettleSizes();
+  return GetDescendant(path);
+}
+
 // The traks of the tree: those read from a file or created for a recording.
 ZR_U32 MP4File::TrakCount() const {
   ZR_U32 count = 0;

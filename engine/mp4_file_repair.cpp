@@ -410,6 +410,7 @@ bool MP4File::HasLostPage(const RecordWalker& walker) {
   ZR_U64 from = walker.dataOffset();
   if (mFileSize > kMostUnsynced) from = std::max(from, mFileSize - kMostUnsynced);
   const ZR_U64 end = walker.endOffset();
+  if (from < end) mStream->expect(from, static_cast<ZR_U32>(end - from));
   bool zeros = false;
   for (ZR_U64 page = (from + kPage - 1) / kPage * kPage; page < end; page += kPage) {
     const ZR_U64 length = std::min<ZR_U64>(kPage, mFileSize - page);

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "base/annex_k.h"
 #include "base/log.h"
 #include "base/make_or_null.h"
@@ -152,6 +154,8 @@ Track* MP4File::MakeTrack(const zrMP4_TRACK_INFO_S* info) {
   }
   mMoov->AddChild(trak.release());
   mTracks.add(track.get());
+  track->keepSizes();
+  mSettleFrom = mMaxFileSize - std::min(mMaxFileSize, ZR_U64{Track::kMostKept} * mTracks.count());
   return track.release();
 }
 

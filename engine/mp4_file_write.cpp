@@ -9,6 +9,19 @@
 
 namespace zrmp4 {
 
+// Whether the boxes, whose sizes need to be settled only close to the limit, have reached it.
+inline bool MP4File::IsFull() {
+  if (header().largeSize < mSettleFrom) return false;
+  SettleSizes();
+  return header().largeSize >= mMaxFileSize;
+}
+
+inline ZR_U32 MP4File::WriteRecord(Track* track, const Track::Mp4Sample& sample, ZR_U64* offset) {
+  if (mBackupUnit != 0 && track->WritePrivSampleHeader(sample) != 0) return ZR_ERR_MP4_WRITE_BACKUP;
+  *offset = mStream->getCurPos();
+  return track->WriteSample(sample);
+}
+
 ZR_U32 MP4File::WriteFrame(Track* track, ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey) {
   const std::lock_guard<std::mutex> lock(mLock);
   Track::Mp4Sample sample;
@@ -35,17 +48,15 @@ ZR_U32 MP4File::WriteFrame(Track* track, ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR
   }
   if (mBackupUnit != 0 && track->UpdateTmpStbl(offset, sample) != 0) return ZR_ERR_MP4_WRITE_BACKUP;
   WriteProc(track, pts);
-  if (header().largeSize >= mMaxFileSize) {
+  if (IsFull()) {
     return ZR_FAIL(ZR_ERR_MP4_FILE_SIZE, "filesize:%llu > maxsize:%llu\n",
                    static_cast<unsigned long long>(header().largeSize), static_cast<unsigned long long>(mMaxFileSize));
   }
   return 0;
 }
 
-ZR_U32 MP4File::WriteRecord(Track* track, const Track::Mp4Sample& sample, ZR_U64* offset) {
-  if (mBackupUnit != 0 && track->WritePrivSampleHeader(sample) != 0) return ZR_ERR_MP4_WRITE_BACKUP;
-  *offset = mStream->getCurPos();
-  return track->WriteSample(sample);
+void MP4File::SettleSizes() {
+  for (Track* track : mTracks) track->settleSizes();
 }
 
 // Without 64-bit offsets no sample can begin beyond 4 GiB.
@@ -87,6 +98,7 @@ ZR_U32 MP4File::AddAtom(const std::string& path, UserDefAtom* box) {
     if (parent == nullptr) return ZR_FAIL(ZR_ERR_MP4_ILLEGAL_PARAM, "get pParentAtom[%s] failed\n", path.c_str());
   }
   parent->AddChild(box);
+  SettleSizes();
   return 0;
 }
 

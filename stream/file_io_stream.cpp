@@ -103,10 +103,6 @@ int FileIOStream::open(const std::string& path, int fd, ZR_U32 preAllocUnit, ZR_
   return 0;
 }
 
-ZR_U64 FileIOStream::getCurPos() {
-  return mBase + static_cast<ZR_U64>((mWriting ? mWriteAt : mReadAt) - mBuffer.get());
-}
-
 ZR_U64 FileIOStream::size() { return buffered() != 0 ? std::max(mFileEnd, mBase + buffered()) : mFileEnd; }
 
 int FileIOStream::seek(long long offset, int whence) {

@@ -19,7 +19,7 @@ struct ZrOUTPUTStreamProcOptS {
 // The position is a counter: every transfer names its offset, nothing moves the descriptor's own. Pieces too large
 // to be worth a copy go to the kernel together with what the buffer holds, in one call. When a write fails the
 // buffer keeps what the file did not take, so that the caller can drop its last record and go on later.
-class FileIOStream : public IOStream {
+class FileIOStream final : public IOStream {
  public:
   FileIOStream() = default;
   ~FileIOStream() override;
@@ -29,7 +29,7 @@ class FileIOStream : public IOStream {
   int open(const std::string& path, int fd, ZR_U32 preAllocUnit, ZR_U32 bufferSize, const std::string& mode);
 
   int seek(long long offset, int whence) override;
-  ZR_U64 getCurPos() override;
+  ZR_U64 getCurPos() override { return mBase + static_cast<ZR_U64>((mWriting ? mWriteAt : mReadAt) - mBuffer.get()); }
   ZR_U64 size() override;
   long long getFileSize() override { return static_cast<long long>(size()); }
   // Writes what is buffered, makes a written file durable and closes it.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstring>
+
 #include "zr_mp4.h"
 
 namespace zrmp4 {
@@ -67,7 +69,10 @@ class IOStream {
   }
 
   static void storeBe32(ZR_U8* to, ZR_U32 value) {
-    for (unsigned i = 0; i < 4; ++i) to[i] = static_cast<ZR_U8>(value >> 8 * (3 - i));
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    value = __builtin_bswap32(value);
+#endif
+    std::memcpy(to, &value, sizeof(value));
   }
   // Between big-endian and host order, in place, either way.
   static void swapArrayOfBe32(ZR_U32* array, ZR_U32 count);

@@ -4,22 +4,10 @@
 
 namespace zrmp4 {
 
-void PrivSampleHeader::store(ZR_U8* to) const {
-  IOStream::storeBe32(to, trackId);
-  IOStream::storeBe32(to + 4, isKey);
-  IOStream::storeBe32(to + 8, static_cast<ZR_U32>(pts >> 32));
-  IOStream::storeBe32(to + 12, static_cast<ZR_U32>(pts));
-  IOStream::storeBe32(to + 16, size);
-}
-
-int PrivSampleHeader::Write(IOStream* stream) const {
+int PrivSampleHeader::writeThrough(IOStream* stream) const {
   if (stream == nullptr) {
     LogNullArgument("Write");
     return -1;
-  }
-  if (ZR_U8* space = stream->claim(kSize)) {
-    store(space);
-    return 0;
   }
   ZR_U8 record[kSize];
   store(record);

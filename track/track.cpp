@@ -15,7 +15,12 @@ constexpr ZR_U64 kUnknownPts = ZR_U64{1} << 63;  // further than a duration from
 }  // namespace
 
 Track::Track(IOStream* stream, TrakAtom* trak, MdatAtom* mdat, float speed, ZR_BOOL constantRate)
-    : mStream(stream), mMdat(mdat), mTrak(trak), mConstantRate(constantRate), mClock(trak->timeScale(), speed) {
+    : mStream(stream),
+      mMdat(mdat),
+      mTrak(trak),
+      mStbl(trak->GetDescendant("mdia/minf/stbl")),
+      mConstantRate(constantRate),
+      mClock(trak->timeScale(), speed) {
   mTables.stts = trak->Find<SttsAtom>("mdia/minf/stbl/stts");
   mTables.stsc = trak->Find<StscAtom>("mdia/minf/stbl/stsc");
   mTables.stsz = trak->Find<StszAtom>("mdia/minf/stbl/stsz");
@@ -34,7 +39,7 @@ bool Track::Tables::reserve() const {
          (co64 != nullptr ? co64->reserve() : stco->reserve()) && (stss == nullptr || stss->reserve());
 }
 
-void Track::Tables::addChunkOffset(ZR_U64 offset) const {
+inline void Track::Tables::addChunkOffset(ZR_U64 offset) const {
   if (co64 != nullptr) {
     co64->addEntry(offset);
   } else {
@@ -50,35 +55,34 @@ ZR_U32 Track::Tables::room() const {
   return std::min({perSample, perChunk, stss != nullptr ? stss->room() : perSample});
 }
 
-// A sample takes at most one entry of each table, so that the tables need not be asked for every sample.
-bool Track::ReserveEntries() {
-  if (mRoom != 0) return true;
+bool Track::reserveMore() {
   if (!mTables.reserve() || (mTmpStbl != nullptr && !mTmp.reserve())) return false;
   mRoom = mTmpStbl != nullptr ? std::min(mTables.room(), mTmp.room()) : mTables.room();
+  settleSizes();
   return true;
 }
 
-void Track::AddSamplePts(ZR_U64 pts) {
-  if (mConstantRate) {
-    mTables.stts->addEntry(1, mClock.duration());
-  } else if (mSampleCount == 0) {
-    mFirstPts = pts;
-    mClock.start(pts);
-  } else {
-    mTables.stts->addEntry(1, mClock.advanceTo(pts));
-  }
+void Track::keepSizes() {
+  for (Atom* table = mStbl->firstChild(); table != nullptr; table = table->nextSibling()) table->keepGrowth();
 }
 
-void Track::AddSampleToChunk(ZR_S64 offset, ZR_U32 size, ZR_U64 pts) {
+void Track::settleSizes() {
+  if (mStbl == nullptr) return;
+  for (Atom* table = mStbl->firstChild(); table != nullptr; table = table->nextSibling()) table->settleGrowth();
+}
+
+inline void Track::AddSampleToChunk(ZR_S64 offset, ZR_U32 size, ZR_U64 pts) {
   Chunk& chunk = mCurChunk;
   const bool contiguous = chunk.sampleCount != 0 && chunk.offset + chunk.size == offset;
   const bool joins =
       contiguous && static_cast<ZR_U64>(chunk.size) + size < kMaxChunkSize && pts - chunk.startPts < kMaxChunkDuration;
-  if (joins) {
-    chunk.size += size;
-    ++chunk.sampleCount;
-    return;
-  }
+  if (!joins) return openChunk(offset, size, pts);
+  chunk.size += size;
+  ++chunk.sampleCount;
+}
+
+void Track::openChunk(ZR_S64 offset, ZR_U32 size, ZR_U64 pts) {
+  Chunk& chunk = mCurChunk;
   closeChunk();
   chunk.offset = offset;
   chunk.size = size;
@@ -94,7 +98,7 @@ void Track::closeChunk() {
   mCurChunk.sampleCount = 0;
 }
 
-void Track::record(const Mp4Sample& sample, ZR_U64 offset, bool sync) {
+inline void Track::record(const Mp4Sample& sample, ZR_U64 offset, bool sync) {
   AddSamplePts(sample.pts);
   AddSampleToChunk(static_cast<ZR_S64>(offset), sample.totalSize, sample.pts);
   mTables.stsz->addEntry(sample.totalSize);
@@ -189,18 +193,7 @@ int Track::UpdateTmpStbl(ZR_U64 chunkOffset, const Mp4Sample& sample) {
   return addTmpSample(chunkOffset, sample, "stts null\n", "stsz null\n");
 }
 
-int Track::addTmpSample(ZR_U64 chunkOffset, const Mp4Sample& sample, const char* noStts, const char* noStsz) {
-  mTrak->setSnapshotSamples(mTrak->snapshotSamples() + 1);
-  if (addTmpChunkOffset(chunkOffset) != 0) return -1;
-  if (mTmp.stts == nullptr) return ZR_FAIL(-1, "%s", noStts);
-  if (mTmp.stsz == nullptr) return ZR_FAIL(-1, "%s", noStsz);
-  // The first sample of a recording has no duration before the second arrives.
-  const bool timed = mConstantRate || mSampleCount != 1;
-  if (timed && !mTmp.stts->addEntry(1, mClock.duration())) return -1;
-  return mTmp.stsz->addEntry(sample.totalSize) ? 0 : -1;
-}
-
-int Track::addTmpChunkOffset(ZR_U64 chunkOffset) {
+inline int Track::addTmpChunkOffset(ZR_U64 chunkOffset) {
   if (mTrak->useCo64()) {
     if (mTmp.co64 == nullptr) return ZR_FAIL(-1, "no co64\n");
     return mTmp.co64->addEntry(chunkOffset) ? 0 : -1;
@@ -210,6 +203,17 @@ int Track::addTmpChunkOffset(ZR_U64 chunkOffset) {
   }
   if (mTmp.stco == nullptr) return ZR_FAIL(-1, "no stco\n");
   return mTmp.stco->addEntry(static_cast<ZR_U32>(chunkOffset)) ? 0 : -1;
+}
+
+int Track::addTmpSample(ZR_U64 chunkOffset, const Mp4Sample& sample, const char* noStts, const char* noStsz) {
+  mTrak->setSnapshotSamples(mTrak->snapshotSamples() + 1);
+  if (addTmpChunkOffset(chunkOffset) != 0) return -1;
+  if (mTmp.stts == nullptr) return ZR_FAIL(-1, "%s", noStts);
+  if (mTmp.stsz == nullptr) return ZR_FAIL(-1, "%s", noStsz);
+  // The first sample of a recording has no duration before the second arrives.
+  const bool timed = mConstantRate || mSampleCount != 1;
+  if (timed && !mTmp.stts->addEntry(1, mClock.duration())) return -1;
+  return mTmp.stsz->addEntry(sample.totalSize) ? 0 : -1;
 }
 
 void Track::ClearTmpStbl() {

@@ -58,8 +58,15 @@ class Track {
   virtual int FrameToSample(const ZR_U8* data, ZR_U32 len, ZR_U64 pts, ZR_BOOL isKey, Mp4Sample* out);
   // Whether the sample can be recorded: 0, or the status code of the refusal.
   virtual ZR_U32 ExamineSample(const Mp4Sample&) { return 0; }
-  // Makes sure that the next sample finds room in every table.
-  bool ReserveEntries();
+  // Makes sure that the next sample finds room in every table. A sample takes at most one entry of each, so that they
+  // need not be asked for every sample.
+  bool ReserveEntries() { return mRoom != 0 || reserveMore(); }
+
+  // While it is recorded, the boxes above the tables learn of their growth by settleSizes, and whenever room is
+  // reserved: they are never short of more than kMostKept bytes.
+  static constexpr ZR_U32 kMostKept = 1u << 16;  // a thousand entries of every table make 36 KiB
+  void keepSizes();
+  void settleSizes();
 
   ZR_U32 WritePrivSampleHeader(const Mp4Sample& sample);
   // Writes the sample at the stream's position and records it. The room in the tables is reserved.
@@ -98,7 +105,13 @@ class Track {
   const Chunk& curChunk() const { return mCurChunk; }
 
   // Table bookkeeping of one sample.
-  void AddSamplePts(ZR_U64 pts);
+  void AddSamplePts(ZR_U64 pts) {
+    if (!mConstantRate && mSampleCount == 0) {
+      mFirstPts = pts;
+      return mClock.start(pts);
+    }
+    mTables.stts->addEntry(1, mConstantRate ? mClock.duration() : mClock.advanceTo(pts));
+  }
   void AddSampleToChunk(ZR_S64 offset, ZR_U32 size, ZR_U64 pts);
 
  protected:
@@ -127,6 +140,7 @@ class Track {
   IOStream* mStream;
   MdatAtom* mMdat;
   TrakAtom* mTrak;
+  Atom* mStbl;
   Tables mTables;
   Tables mTmp;
   ZR_BOOL mConstantRate;  // every sample has the duration in force
@@ -137,7 +151,9 @@ class Track {
   static constexpr ZR_U32 kMaxChunkSize = 0x100000;    // bytes
   static constexpr ZR_U64 kMaxChunkDuration = 500000;  // microseconds
 
+  bool reserveMore();
   void record(const Mp4Sample& sample, ZR_U64 offset, bool sync);
+  void openChunk(ZR_S64 offset, ZR_U32 size, ZR_U64 pts);
   void closeChunk();
   int addTmpChunkOffset(ZR_U64 chunkOffset);
   bool readHeaderAt(ZR_U64 dataOffset, PrivSampleHeader* header);
