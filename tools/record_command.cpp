@@ -124,6 +124,7 @@ RecordOptions ParseOptions(Arguments& arguments) {
     else if (option == "--backup-unit") options.muxer.u32BackupUnit = ParseSize(option, arguments.value(option));
     else if (option == "--pre-alloc") options.muxer.u32PreAllocUnit = ParseSize(option, arguments.value(option));
     else if (option == "--buffer") options.muxer.u32VBufSize = ParseSize(option, arguments.value(option));
+    else if (option == "--timing") options.timing = true;
     else if (option == "--no-finish") options.finish = false;
     else if (option == "--box") options.boxes.push_back(ParseBox(arguments.value(option)));
     else if (!TakeTrack(option, arguments, options.tracks) && !TakeTrackOption(option, arguments, options.tracks))

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
@@ -157,6 +158,7 @@ void Recorder::writeFrame(RecordedTrack& track) {
   const ZR_U32 status = ZR_MP4_WriteFrame(mHandle, track.handle, &frame);
   const auto taken = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
   MP4_PROC_UpdateWriteTime(mOptions.output.c_str(), static_cast<ZR_U64>(taken.count()));
+  if (mOptions.timing) mCalls.push_back(static_cast<uint32_t>(taken.count()));
 
   if (status == 0) {
     track.refusedInARow = 0;
@@ -173,6 +175,7 @@ void Recorder::writeFrame(RecordedTrack& track) {
 
 void Recorder::finish() {
   showStatus(true);
+  showTiming();
   std::string unfinished;
   if (mOptions.finish) {
     ZR_MP4_DestroyAllTracks(mHandle, nullptr);
@@ -208,6 +211,14 @@ void Recorder::showStatus(bool isLast) {
   }
   std::fprintf(stderr, "  longest write %" PRIu64 " ms%s", mFigures->maxWriteTime / 1000, isLast ? "\n" : "");
   std::fflush(stderr);
+}
+
+void Recorder::showTiming() {
+  if (mCalls.empty()) return;
+  std::sort(mCalls.begin(), mCalls.end());
+  const auto within = [&](size_t percent) { return mCalls[(mCalls.size() - 1) * percent / 100]; };
+  std::printf("%zu frames; a call took %u us (median), %u us (99 %%), %u us (longest)\n", mCalls.size(), within(50),
+              within(99), mCalls.back());
 }
 
 }  // namespace tool

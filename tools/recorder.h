@@ -35,6 +35,7 @@ struct BoxOptions {
 struct RecordOptions {
   std::string output;
   zrMP4_MUXER_CONFIG_S muxer = {};
+  bool timing = false;
   bool finish = true;
   std::vector<BoxOptions> boxes;
   std::vector<TrackOptions> tracks;
@@ -72,6 +73,7 @@ class Recorder {
   void writeFrame(RecordedTrack& track);
   void finish();
   void showStatus(bool isLast);
+  void showTiming();
 
   const RecordOptions& mOptions;
   const volatile std::sig_atomic_t* const mStop;
@@ -79,6 +81,7 @@ class Recorder {
   std::vector<RecordedTrack> mTracks;
   ZR_MP4_HANDLE mHandle = 0;
   zrMP4_PROC_MUXER_S* mFigures = nullptr;
+  std::vector<uint32_t> mCalls;  // microseconds of each call for a frame, where timing is asked for
   uint64_t mBytes = 0;
   uint64_t mRefused = 0;
   bool mOnTerminal = false;

@@ -42,6 +42,7 @@ constexpr char kRecordHelp[] =
     "  --pre-alloc N       file space to reserve at a time, up to 100M\n"
     "  --buffer N          write buffer, 1 to 5M; 64k unless given\n"
     "  --box PATH:TYPE:FILE  add a box with the bytes of FILE; PATH is / or such as /moov or /moov/trak[0]\n"
+    "  --timing            tell at the end how long the calls took that wrote the frames\n"
     "  --no-finish         close the file as a cut recording leaves it\n"
     "\n"
     "Ctrl-C ends the recording and finishes the file.\n"
