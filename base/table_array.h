@@ -40,17 +40,19 @@ class TableArray {
   const T& back() const { return mEnd[-1]; }
   const T& front() const { return mFirst->entries()[0]; }
 
-  // Makes sure that the next append finds its memory.
+  // Makes sure that the next append finds its memory. A block that is half full has its successor, so that there is
+  // room for many and nobody needs to ask often.
   bool reserve() {
-    if (mEnd != mLimit) return true;
+    if (static_cast<ZR_U32>(mLimit - mEnd) > kBlockEntries / 2) return true;
     Block*& next = nextBlock();
     if (next != nullptr) return true;
     next = static_cast<Block*>(::operator new(sizeof(Block) + nextSize() * sizeof(T), std::nothrow));
-    if (next == nullptr) {
+    if (next != nullptr) {
+      next->next = nullptr;
+    } else if (mEnd == mLimit) {
       NoteMemoryOut();
       return false;
     }
-    next->next = nullptr;
     return true;
   }
 
