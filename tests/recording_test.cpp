@@ -176,6 +176,22 @@ TEST_F(Recording, IsFinishedOnceAndAcceptsNothingAfter) {
   acceptsNothing(reader, track);
 }
 
+TEST_F(Recording, ASnapshotComesBeforeTheRecordThatWouldCrossItsPlace) {
+  for (const bool box : {false, true}) {
+    for (const int beyond : {0, 1}) {
+      zrMP4_CONFIG_S config = MuxerConfig(file.path(), kBackupUnit);
+      config.stMuxerConfig.u32VBufSize = 1;
+      Muxer muxer(config);
+      const ZR_MP4_TRACK_HANDLE track = muxer.add(MetaTrack());
+      EXPECT_EQ(muxer.write(track, Data(50000), 0), 0u);
+      const std::uint64_t room = kBackupUnit - RecordedFile(file.path()).size() - 20 + static_cast<unsigned>(beyond);
+      // A box has a header and its path besides.
+      EXPECT_EQ(box ? muxer.addBox("/", "note", Data(room - 9, 1)) : muxer.write(track, Data(room, 1), 0), 0u);
+      EXPECT_EQ(RecordedFile(file.path()).count("tbgp"), beyond) << (box ? "box" : "frame");
+    }
+  }
+}
+
 TEST_F(Recording, IsReadBackAsItWasDescribed) {
   for (const ZR_U32 unit : {0u, kBackupUnit}) {
     zrMP4_TRACK_INFO_S given[] = {VideoTrack(ZR_MP4_CODEC_PRORES_LT), AudioTrack(ZR_MP4_CODEC_AAC), MetaTrack(),

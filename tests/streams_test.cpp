@@ -135,8 +135,8 @@ class Model {
 };
 
 TEST(MemIOStream, BehavesLikeAFile) {
+  MemIOStream stream;
   for (unsigned seed = 1; seed <= 20; ++seed) {
-    MemIOStream stream;
     ASSERT_EQ(stream.open(), 0);
     Model model(stream, seed);
     for (int i = 0; i < 200 && !HasFatalFailure(); ++i) model.step(nullptr, 10000);
