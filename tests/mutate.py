@@ -59,10 +59,14 @@ def mutants_of(path):
     return found
 
 
+def sources():
+    return sorted(name for pattern in FILES for name in glob.glob(pattern, root_dir=ROOT))
+
+
 def choose(count, seed):
     """A mutant of each file in turn, until there are enough."""
     pools = {}
-    for path in sorted(name for pattern in FILES for name in glob.glob(pattern, root_dir=ROOT)):
+    for path in sources():
         pools[path] = mutants_of(path)
         random.Random(f"{seed} {path}").shuffle(pools[path])
     chosen, used = [], set()
@@ -83,6 +87,8 @@ class Workshop:
         self.scratch = os.path.join(folder, "scratch")
         shutil.rmtree(self.tree, ignore_errors=True)
         shutil.copytree(ROOT, self.tree, ignore=shutil.ignore_patterns(".git", "build*"))
+        for path in sources():  # a run that was stopped leaves one of them compiled with its change
+            os.utime(os.path.join(self.tree, path))
         subprocess.run(["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
                         "-DCMAKE_CXX_FLAGS=-O1", "-DZRMP4_BUILD_TOOLS=OFF"], check=True, stdout=subprocess.DEVNULL)
         if not self.compiles():
