@@ -111,7 +111,7 @@ int VemoAtom::addTrackInfo(const zrMP4_TRACK_INFO_S* info) {
     LogNullArgument("addTrackInfo");
     return -1;
   }
-  if (mTrackCount >= MAX_TRACKS) return ZR_FAIL(-1, "track reach max number %d\n", static_cast<int>(MAX_TRACKS));
+  if (full()) return ZR_FAIL(-1, "track reach max number %d\n", static_cast<int>(MAX_TRACKS));
   auto track = MakeOrNull<TrackCfgS>();
   if (track == nullptr) return ZR_FAIL(-1, "vemoatom track malloc fail\n");
   if (memcpy_s(&track->info, sizeof(track->info), info, sizeof(*info)) != 0) {
@@ -123,6 +123,12 @@ int VemoAtom::addTrackInfo(const zrMP4_TRACK_INFO_S* info) {
   track->trackIndex = mTrackCount + 1;
   mTracks[mTrackCount++] = std::move(track);
   return 0;
+}
+
+void VemoAtom::removeLastTrackInfo() {
+  if (mTrackCount == 0) return;
+  const std::unique_ptr<TrackCfgS> track = std::move(mTracks[--mTrackCount]);
+  DecreaseSize(track->recordLength);
 }
 
 const std::unique_ptr<TrackCfgS>* VemoAtom::getTrackInfo(ZR_U32* count) const {

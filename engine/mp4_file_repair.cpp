@@ -51,7 +51,6 @@ bool GroupsFillBox(IOStream* stream, const TbgpAtom& tbgp) {
 }  // namespace
 
 ZR_U32 MP4File::Repair(ZR_BOOL parseExtraFrames) {
-  TakeMemoryOut();
   if (mVemo == nullptr) {
     ZR_NOTE(1, "no vemoatom\n");
     return ZR_ERR_MP4_ATOM_NOT_FOUND;

@@ -39,9 +39,11 @@ ZR_U32 MP4File::InitAfterOpen(const std::string& mode) {
   constexpr ZR_U32 kReadAhead = 4096;  // the head of the file is small, and the media data is not read
   if (mRepairMode) mStream->setReadAhead(kReadAhead);
   if (mFileSize < 1) return ZR_FAIL(ZR_ERR_MP4_OPEN, "file size is illegal\n");
+  TakeMemoryOut();
   if (ReadTopAtoms() != 0) return ZR_FAIL(ZR_ERR_MP4_READ, "read top atom from file failed\n");
   if (mode == "r" && ParseFileInfo() != 0) return ZR_FAIL(ZR_ERR_MP4_OPEN, "Parse file info failed\n");
-  return 0;
+  // A tree that lacks what could not be read, or found no memory, would tell of another file.
+  return mStream->readFailed() || TakeMemoryOut() ? ZR_ERR_MP4_OPEN : 0;
 }
 
 int MP4File::InitAtoms() {
@@ -130,11 +132,14 @@ Track* MP4File::AddTrack(const zrMP4_TRACK_INFO_S* info) {
   const std::lock_guard<std::mutex> lock(mLock);
   if (mMoov == nullptr) return ZR_FAIL(nullptr, "add track get moov fail\n");
   if (!recording()) return ZR_FAIL(nullptr, "add track fail, file is not being recorded\n");
-  Track* track = MakeTrack(info);
-  if (track == nullptr || mVemo == nullptr) return track;
+  if (mVemo == nullptr) return MakeTrack(info);
   // Records are found by the track's number: where an earlier one is missing, none may take its place.
-  const bool inTurn = !mVemoWritten && vemo()->trackCount() + 1 == mTracks.count();
-  if (!inTurn || vemo()->addTrackInfo(info) != 0) {
+  const bool inTurn = !mVemoWritten && vemo()->trackCount() == mTracks.count();
+  const bool isProtected = inTurn && vemo()->addTrackInfo(info) == 0;
+  if (inTurn && !isProtected && !vemo()->full()) return nullptr;
+  Track* track = MakeTrack(info);
+  if (track == nullptr && isProtected) vemo()->removeLastTrackInfo();
+  if (track != nullptr && !isProtected) {
     ZR_NOTE(1, "track[%u] is not protected, it cannot be repaired after a cut\n", mTracks.count());
   }
   return track;

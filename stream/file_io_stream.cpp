@@ -32,9 +32,9 @@ bool SyncWanted() {
 void SyncDirectoryOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int fd = Uninterrupted([&] { return ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
   if (fd < 0) return;
-  ::fsync(fd);
+  Uninterrupted([&] { return ::fsync(fd); });
   ::close(fd);
 }
 
@@ -51,7 +51,7 @@ bool FileIOStream::openDescriptor(const std::string& path, int fd, bool writes, 
     mFd = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
   } else {
     const int flags = (writes ? O_RDWR : O_RDONLY) | (creates ? O_CREAT | O_TRUNC : 0) | O_CLOEXEC;
-    mFd = ::open(path.c_str(), flags, 0666);
+    mFd = Uninterrupted([&] { return ::open(path.c_str(), flags, 0666); });
   }
   if (mFd < 0) return false;
   if (::lseek(mFd, 0, SEEK_CUR) < 0) return false;  // a pipe or socket
@@ -86,7 +86,7 @@ int FileIOStream::open(const std::string& path, int fd, ZR_U32 preAllocUnit, ZR_
   mSyncs = writes && regular && SyncWanted();
   mFileEnd = static_cast<ZR_U64>(status.st_size);
   if (creates && fd >= 0) {
-    if (regular && ::ftruncate(mFd, 0) != 0) {
+    if (regular && !cutTo(0)) {
       ::close(mFd);
       mFd = -1;
       return -1;
@@ -156,8 +156,8 @@ ZR_U32 FileIOStream::rawRead(ZR_U8* data, ZR_U32 length) {
     const ZR_U32 ahead = mReadAhead != 0 ? std::min(mReadAhead, mBufferSize) : mBufferSize;
     const bool direct = left >= ahead;
     ZR_U8* const to = direct ? data + moved : mBuffer.get();
-    const ssize_t count = ::pread(mFd, to, direct ? left : ahead, static_cast<off_t>(position));
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count =
+        Uninterrupted([&] { return ::pread(mFd, to, direct ? left : ahead, static_cast<off_t>(position)); });
     if (count < 0) mReadFailed = true;
     if (count <= 0) break;
     if (direct) {
@@ -180,8 +180,8 @@ void FileIOStream::expect(ZR_U64 offset, ZR_U32 length) {
 bool FileIOStream::peek(ZR_U64 offset, ZR_U8* data, ZR_U32 length) {
   if (mFd < 0 || flush() != 0) return false;
   for (ZR_U32 moved = 0; moved < length;) {
-    const ssize_t count = ::pread(mFd, data + moved, length - moved, static_cast<off_t>(offset + moved));
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count = Uninterrupted(
+        [&] { return ::pread(mFd, data + moved, length - moved, static_cast<off_t>(offset + moved)); });
     if (count < 0) mReadFailed = true;
     if (count <= 0) return false;
     moved += static_cast<ZR_U32>(count);
@@ -225,8 +225,7 @@ bool FileIOStream::writeOut(const ZR_U8* data, ZR_U32 length, ZR_U32* moved) {
     if (sent < inBuffer) pieces[count++] = {mBuffer.get() + sent, inBuffer - sent};
     if (*moved < length) pieces[count++] = {const_cast<ZR_U8*>(data) + *moved, length - *moved};
     const off_t at = static_cast<off_t>(mBase + sent + *moved);
-    const ssize_t written = WritePieces(mFd, pieces, count, at);
-    if (written < 0 && errno == EINTR) continue;
+    const ssize_t written = Uninterrupted([&] { return WritePieces(mFd, pieces, count, at); });
     if (written <= 0) {
       if (written == 0) errno = ENOSPC;
       failed = true;
@@ -286,7 +285,7 @@ void FileIOStream::dropFrom(ZR_U64 position) {
   mBase = position;
   emptyWriteWindow();
   // Bytes of the dropped record that the file took must not be met behind a shorter one.
-  if (mFileEnd > position && ::ftruncate(mFd, static_cast<off_t>(position)) == 0) {
+  if (mFileEnd > position && cutTo(position)) {
     mFileEnd = position;
     mAllocatedEnd = std::min(mAllocatedEnd, position);
   }
@@ -316,10 +315,8 @@ void FileIOStream::preAllocate() {
   if (wanted < mAllocatedEnd) return;
   const ZR_U64 length = ((wanted - mAllocatedEnd) / mPreAllocUnit + 1) * mPreAllocUnit;
   const ZR_U64 started = mProcOpt.pfnUpdateAllocTime != nullptr ? NowMicroseconds() : 0;
-  int result = -1;
-  do {
-    result = ReserveSpace(mFd, static_cast<off_t>(mAllocatedEnd), static_cast<off_t>(length));
-  } while (result != 0 && errno == EINTR);
+  const int result = Uninterrupted(
+      [&] { return ReserveSpace(mFd, static_cast<off_t>(mAllocatedEnd), static_cast<off_t>(length)); });
   if (result == 0) {
     mAllocatedEnd += length;
   } else if (errno != ENOSPC) {
@@ -331,8 +328,7 @@ void FileIOStream::preAllocate() {
 int FileIOStream::sync() {
   if (flush() != 0) return -1;
   if (!mSyncs || !mWritten) return 0;
-  while (::fdatasync(mFd) != 0) {
-    if (errno == EINTR) continue;
+  if (Uninterrupted([&] { return ::fdatasync(mFd); }) != 0) {
     if (!CannotSync(errno)) return -1;
     mSyncs = mWritesOut = false;
     return 0;
@@ -341,13 +337,13 @@ int FileIOStream::sync() {
   return 0;
 }
 
+bool FileIOStream::cutTo(ZR_U64 length) {
+  return Uninterrupted([&] { return ::ftruncate(mFd, static_cast<off_t>(length)); }) == 0;
+}
+
 int FileIOStream::truncFile(long long length) {
   if (!mMayWrite || length < 0 || flush() != 0) return -1;
-  int result = -1;
-  do {
-    result = ::ftruncate(mFd, static_cast<off_t>(length));
-  } while (result != 0 && errno == EINTR);
-  if (result != 0) return -1;
+  if (!cutTo(static_cast<ZR_U64>(length))) return -1;
   mWritten = true;
   mFileEnd = static_cast<ZR_U64>(length);
   mAllocatedEnd = std::min(mAllocatedEnd, mFileEnd);
@@ -368,8 +364,8 @@ int FileIOStream::close() {
   if (mFd < 0) return -1;
   int result = sync();
   // Space reserved behind the end would stay taken.
-  if (mAllocatedEnd > mFileEnd && ::ftruncate(mFd, static_cast<off_t>(mFileEnd)) != 0) result = -1;
-  if (::close(mFd) != 0) result = -1;
+  if (mAllocatedEnd > mFileEnd && !cutTo(mFileEnd)) result = -1;
+  if (::close(mFd) != 0 && errno != EINTR) result = -1;  // closed it is when interrupted, too
   mFd = -1;
   mWriting = false;
   mWriteAt = mWriteEnd = nullptr;

@@ -72,6 +72,7 @@ class FileIOStream final : public IOStream {
   void emptyWriteWindow();
   bool writeOut(const ZR_U8* data, ZR_U32 length, ZR_U32* moved);
   void afterWrite();
+  bool cutTo(ZR_U64 length);
   void preAllocate();
 
   std::string mPath;

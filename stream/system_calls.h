@@ -11,6 +11,14 @@ namespace zrmp4 {
 // Calls of Linux that a C library may lack (the build looks for them and sets ZRMP4_HAS_...) and that an old kernel may
 // refuse. Each has a way to do without; 0 and -1 with errno as usual.
 
+// Makes a call again as long as signals interrupt it.
+template <typename Call>
+auto Uninterrupted(Call call) {
+  auto result = call();
+  while (result < 0 && errno == EINTR) result = call();
+  return result;
+}
+
 // Writes pieces at an offset, all of them in one call or else the first alone. Answers how many bytes were taken, which
 // may be fewer than were given, as of any write.
 inline ssize_t WritePieces(int fd, const struct iovec* pieces, int count, off_t at) {

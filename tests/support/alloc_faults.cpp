@@ -9,18 +9,26 @@ namespace {
 
 thread_local bool tWatching = false;
 thread_local std::size_t tLeft = AllocFaults::kNever;
+thread_local bool tOnce = false;
 thread_local std::size_t tLargest = 0;
 thread_local std::size_t tCount = 0;
 
-void* Allocate(std::size_t size) {
-  if (tWatching) {
-    ++tCount;
-    if (size > tLargest) tLargest = size;
-    if (tLeft == 0) return nullptr;
-    if (tLeft != AllocFaults::kNever) --tLeft;
-  }
-  return std::malloc(size != 0 ? size : 1);
+}  // namespace
+
+// The linker sends every malloc of the program here, those below among them.
+extern "C" void* __real_malloc(std::size_t size);
+extern "C" void* __wrap_malloc(std::size_t size) {
+  if (!tWatching) return __real_malloc(size);
+  ++tCount;
+  if (size > tLargest) tLargest = size;
+  const bool fails = tLeft == 0;
+  if (fails ? tOnce : tLeft != AllocFaults::kNever) --tLeft;
+  return fails ? nullptr : __real_malloc(size);
 }
+
+namespace {
+
+void* Allocate(std::size_t size) { return std::malloc(size != 0 ? size : 1); }
 
 void* AllocateOrThrow(std::size_t size) {
   void* memory = Allocate(size);
@@ -30,8 +38,9 @@ void* AllocateOrThrow(std::size_t size) {
 
 }  // namespace
 
-AllocFaults::AllocFaults(std::size_t failsAfter) {
+AllocFaults::AllocFaults(std::size_t failsAfter, bool once) {
   tLeft = failsAfter;
+  tOnce = once;
   tLargest = tCount = 0;
   tWatching = true;
 }

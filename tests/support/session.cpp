@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "api/call_guard.h"
 #include "box/user_def_atom.h"
 #include "engine/mp4_file.h"
 #include "tests/support/bytes.h"
@@ -166,60 +167,85 @@ const std::vector<Session>& Sessions() {
   return sessions;
 }
 
-Session LongIntervals() {
+Session LongIntervals(int rounds) {
   const auto prores = VideoTrack(ZR_MP4_CODEC_PRORES_HQ);
   const auto hevc = VideoTrack(ZR_MP4_CODEC_H265);
   return SessionBuilder("long intervals", 65536, {VideoTrack(), hevc, AudioTrack(ZR_MP4_CODEC_AAC), prores})
-      .rounds(30, 1900, {"/"});
+      .rounds(rounds, 1900, {"/"});
 }
 
 // Recording ----------------------------------------------------------------------------------------------------------
 
-namespace {
+Recorder::Recorder(const Session& session, const std::string& path) : mSession(session), mPath(path) {}
 
-ZR_U32 Make(zrmp4::MP4File& file, const std::vector<zrmp4::Track*>& tracks, const Call& call) {
+Recorder::~Recorder() = default;
+
+ZR_U32 Recorder::open() {
+  mFile.reset(new (std::nothrow) zrmp4::MP4File);
+  if (mFile == nullptr) return ZR_ERR_MP4_NO_MEMORY;
+  mFile->setBackupUnit(mSession.unit);
+  mFile->setConstantRate(mSession.constantRate);
+  mFile->setUseCo64(mSession.wide);
+  mFile->setFormatProfile(0);
+  return mFile->Open(mPath, -1, "w", mSession.preAlloc, mSession.buffer);
+}
+
+ZR_U32 Recorder::addTracks() {
+  for (std::size_t i = mFile->trackCount(); i < mSession.tracks.size(); ++i) {
+    if (mFile->AddTrack(&mSession.tracks[i]) == nullptr) return ZR_ERR_MP4_CREATE_TRACK;
+  }
+  return 0;
+}
+
+ZR_U32 Recorder::make(const Call& call) {
   const auto size = static_cast<ZR_U32>(call.data.size());
   auto* data = const_cast<ZR_U8*>(call.data.empty() ? nullptr : call.data.data());
   if (call.track != Call::kBox) {
-    return file.WriteFrame(tracks[static_cast<std::size_t>(call.track)], data, size, call.pts, call.key);
+    return mFile->WriteFrame(mFile->GetTrackHandle(static_cast<ZR_U32>(call.track)), data, size, call.pts, call.key);
   }
-  auto* box = new (std::nothrow) zrmp4::UserDefAtom("note", size);
-  if (box == nullptr) return ZR_ERR_MP4_NO_MEMORY;
-  ZR_U32 status = size == 0 || box->InputData(data, size) == 0 ? 0 : ZR_ERR_MP4_ATOM_DATA;
-  if (status == 0) status = file.AddAtom(call.path, box);
-  if (status != 0) {
-    delete box;
-    return status;
+  if (mAdded == nullptr) {
+    std::unique_ptr<zrmp4::UserDefAtom> box(new (std::nothrow) zrmp4::UserDefAtom("note", size));
+    if (box == nullptr) return ZR_ERR_MP4_NO_MEMORY;
+    if (size != 0 && box->InputData(data, size) != 0) return ZR_ERR_MP4_ATOM_DATA;
+    const ZR_U32 status = mFile->AddAtom(call.path, box.get());
+    if (status != 0) return status;
+    mAdded = box.release();
   }
-  return file.BackupAtom(call.path, box);
+  const ZR_U32 status = mFile->BackupAtom(call.path, mAdded);
+  if (status == 0) mAdded = nullptr;
+  return status;
 }
 
-}  // namespace
+ZR_U32 Recorder::finish() { return mFile->RemoveAllTrack(); }
+
+ZR_U32 Recorder::close() { return mFile->Close(); }
+
+std::uint64_t Recorder::position() const { return mFile->stream()->getCurPos(); }
+
+std::size_t Recorder::steps() const { return mSession.calls.size() + 4; }
+
+ZR_U32 Recorder::run(std::size_t step) {
+  return zrmp4::CallGuarded([&]() -> ZR_U32 {
+    if (step == 0) return open();
+    if (step == mSession.leading + 1) return addTracks();
+    const std::size_t call = step - (step > mSession.leading ? 2 : 1);
+    if (call < mSession.calls.size()) return make(mSession.calls[call]);
+    return call == mSession.calls.size() ? finish() : close();
+  });
+}
 
 Outcome Play(const Session& session, const std::string& path, std::size_t calls, bool finish) {
   Outcome outcome;
-  zrmp4::MP4File file;
-  file.setBackupUnit(session.unit);
-  file.setConstantRate(session.constantRate);
-  file.setUseCo64(session.wide);
-  file.setFormatProfile(0);
-  outcome.status = file.Open(path, -1, "w", session.preAlloc, session.buffer);
-  if (outcome.status != 0) return outcome;
-  std::vector<zrmp4::Track*> tracks;
-  for (std::size_t i = 0; i <= calls; ++i) {
-    if (tracks.empty() && i >= std::min(session.leading, calls)) {
-      for (const zrMP4_TRACK_INFO_S& info : session.tracks) {
-        tracks.push_back(file.AddTrack(&info));
-        if (tracks.back() == nullptr) outcome.status = ZR_ERR_MP4_CREATE_TRACK;
-      }
-      if (outcome.status != 0) break;
-    }
+  Recorder recorder(session, path);
+  outcome.status = recorder.open();
+  for (std::size_t i = 0; i <= calls && outcome.status == 0; ++i) {
+    if (i == std::min(session.leading, calls)) outcome.status = recorder.addTracks();
     if (i == calls) break;
-    outcome.statuses.push_back(Make(file, tracks, session.calls[i]));
-    outcome.ends.push_back(file.stream()->getCurPos());
+    outcome.statuses.push_back(recorder.make(session.calls[i]));
+    outcome.ends.push_back(recorder.position());
   }
-  if (finish && outcome.status == 0) outcome.status = file.RemoveAllTrack();
-  const ZR_U32 closed = file.Close();
+  if (finish && outcome.status == 0) outcome.status = recorder.finish();
+  const ZR_U32 closed = recorder.close();
   if (outcome.status == 0) outcome.status = closed;
   return outcome;
 }
@@ -274,7 +300,7 @@ std::size_t Model::keptCalls(std::uint64_t cut, bool extraFrames) const {
   const std::uint64_t last = group == 0 || extraFrames ? cut : group;
   const auto calls = static_cast<std::size_t>(
       std::count_if(mOutcome.ends.begin(), mOutcome.ends.end(), [&](std::uint64_t at) { return at <= last; }));
-  if (calls == 0 || last != cut || mSession.calls[calls - 1].track == Call::kBox) return calls;
+  if (mSession.unit == 0 || calls == 0 || last != cut || mSession.calls[calls - 1].track == Call::kBox) return calls;
   // An empty frame in front of zeros could be a header that was cut.
   const std::uint64_t at = mOutcome.ends[calls - 1];
   const std::uint64_t multiple = (at + mSession.unit - 1) / mSession.unit * mSession.unit;

@@ -2,8 +2,14 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 
 #include "tests/support/recording.h"
+
+namespace zrmp4 {
+class MP4File;
+class UserDefAtom;
+}  // namespace zrmp4
 
 // Recordings with small backup units as lists of calls, and what must come of them after a cut.
 
@@ -52,7 +58,31 @@ struct Session {
 // Sessions of every codec, with and without each option.
 const std::vector<Session>& Sessions();
 // One of many pages between two snapshots.
-Session LongIntervals();
+Session LongIntervals(int rounds = 30);
+
+// Records a session, part by part or step by step. What failed can be tried again.
+class Recorder {
+ public:
+  Recorder(const Session& session, const std::string& path);
+  ~Recorder();
+
+  ZR_U32 open();
+  ZR_U32 addTracks();
+  ZR_U32 make(const Call& call);
+  ZR_U32 finish();
+  ZR_U32 close();
+  std::uint64_t position() const;
+
+  // All of it: opening, the tracks where they belong, the calls, finishing and closing.
+  std::size_t steps() const;
+  ZR_U32 run(std::size_t step);
+
+ private:
+  const Session& mSession;
+  std::string mPath;
+  std::unique_ptr<zrmp4::MP4File> mFile;
+  zrmp4::UserDefAtom* mAdded = nullptr;  // the box of the current call, when only its copy is missing
+};
 
 struct Outcome {
   std::vector<std::uint64_t> ends;  // of the file after each call

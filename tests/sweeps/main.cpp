@@ -24,6 +24,9 @@ constexpr Entry kSweeps[] = {
     {"every-byte", EveryByte, 20000, 20000},
     {"lost-pages", LostPages, 10000, 300000},
     {"cut-repair", CutRepair, 2000, 100000},
+    {"allocations", Allocations, 1, 1},
+    {"system-calls", SystemCallFaults, 1, 1},
+    {"full-disk", FullDisk, 100, 1000},
 };
 
 bool RunSweep(const Entry& entry, bool full, const std::string& results, const std::string& only) {

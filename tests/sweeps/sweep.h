@@ -41,3 +41,6 @@ void TornWrites(Sweep& sweep);
 void EveryByte(Sweep& sweep);
 void LostPages(Sweep& sweep);
 void CutRepair(Sweep& sweep);
+void Allocations(Sweep& sweep);
+void SystemCallFaults(Sweep& sweep);
+void FullDisk(Sweep& sweep);

@@ -1,17 +1,22 @@
 #include "tests/sweeps/system_calls.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
 
+#include "tests/support/alloc_faults.h"
+
 namespace {
 
 thread_local SystemCalls* tWatcher = nullptr;
 
-bool Enter(std::size_t* length = nullptr) { return tWatcher == nullptr || tWatcher->enter(length); }
+bool Enter(std::size_t* length = nullptr, bool waits = true) {
+  return tWatcher == nullptr || tWatcher->enter(length, waits);
+}
 
 void Note(FileOperation::Kind kind, std::uint64_t offset, const void* data = nullptr, ssize_t size = 0) {
   if (tWatcher == nullptr || size < 0) return;
@@ -26,23 +31,20 @@ SystemCalls::SystemCalls() { tWatcher = this; }
 SystemCalls::~SystemCalls() { tWatcher = nullptr; }
 
 void SystemCalls::failAfter(std::size_t calls, Fault fault, bool forGood) {
-  mFailAt = mCount + calls;
+  mFailAt = count() + calls;
   mFault = fault;
   mForGood = forGood;
-  mFailed = false;
 }
 
-bool SystemCalls::enter(std::size_t* length) {
-  const std::size_t call = mCount++;
+bool SystemCalls::enter(std::size_t* length, bool waits) {
+  const std::size_t call = count();
+  mTransfers.push_back(length != nullptr && *length > 1);
   if (mFault == Fault::kNone || call < mFailAt || (call > mFailAt && !mForGood)) return true;
+  if (mFault == Fault::kInterrupted && !waits) return true;
   if (mFault == Fault::kShort) {
-    if (length != nullptr && *length > 1) {
-      *length /= 2;
-      mFailed = true;
-    }
+    if (mTransfers.back()) *length /= 2;
     return true;
   }
-  mFailed = true;
   errno = mFault == Fault::kIo ? EIO : mFault == Fault::kNoSpace ? ENOSPC : EINTR;
   return false;
 }
@@ -51,12 +53,15 @@ extern "C" {
 
 int __real_open64(const char* path, int flags, ...);
 int __real_close(int fd);
+off64_t __real_lseek64(int fd, off64_t offset, int whence);
+int __real_fstat64(int fd, struct stat64* status);
 ssize_t __real_pread64(int fd, void* data, std::size_t size, off64_t at);
 ssize_t __real_pwrite64(int fd, const void* data, std::size_t size, off64_t at);
 int __real_ftruncate64(int fd, off64_t length);
 int __real_fallocate64(int fd, int mode, off64_t from, off64_t length);
 int __real_sync_file_range(int fd, off64_t from, off64_t length, unsigned flags);
 int __real_fdatasync(int fd);
+int __real_fsync(int fd);
 
 int __wrap_open64(const char* path, int flags, ...) {
   va_list arguments;
@@ -73,6 +78,12 @@ int __wrap_close(int fd) {
   return good ? result : -1;
 }
 
+off64_t __wrap_lseek64(int fd, off64_t offset, int whence) {
+  return Enter(nullptr, false) ? __real_lseek64(fd, offset, whence) : -1;
+}
+
+int __wrap_fstat64(int fd, struct stat64* status) { return Enter(nullptr, false) ? __real_fstat64(fd, status) : -1; }
+
 ssize_t __wrap_pread64(int fd, void* data, std::size_t size, off64_t at) {
   return Enter(&size) ? __real_pread64(fd, data, size, at) : -1;
 }
@@ -85,6 +96,7 @@ ssize_t __wrap_pwrite64(int fd, const void* data, std::size_t size, off64_t at) 
 }
 
 ssize_t __wrap_pwritev64(int fd, const struct iovec* pieces, int count, off64_t at) {
+  const AllocFaults::Pause ownMemory;
   Data joined;
   for (int i = 0; i < count; ++i) {
     const auto* bytes = static_cast<const std::uint8_t*>(pieces[i].iov_base);
@@ -114,5 +126,7 @@ int __wrap_fdatasync(int fd) {
   if (result == 0) Note(FileOperation::kSync, 0);
   return result;
 }
+
+int __wrap_fsync(int fd) { return Enter() ? __real_fsync(fd) : -1; }
 
 }  // extern "C"

@@ -28,21 +28,22 @@ class SystemCalls {
   // The call after this many fails so, and every one behind it if it is for good. Interrupted calls are so once, short
   // ones move half of what they were asked to; those that move nothing cannot be short.
   void failAfter(std::size_t calls, Fault fault, bool forGood = false);
-  std::size_t count() const { return mCount; }
-  // Whether the fault took place.
-  bool failed() const { return mFailed; }
+  std::size_t count() const { return mTransfers.size(); }
+
+  // Of each call, whether it was to move more than a byte.
+  const std::vector<bool>& transfers() const { return mTransfers; }
 
   const std::vector<FileOperation>& operations() const { return mOperations; }
 
-  // For the wrappers: whether the call may go on; errno is set otherwise. length is what the call is to move.
-  bool enter(std::size_t* length = nullptr);
+  // For the wrappers: whether the call may go on; errno is set otherwise. length is what the call is to move; one that
+  // never waits is not interrupted.
+  bool enter(std::size_t* length, bool waits);
   void note(FileOperation operation) { mOperations.push_back(std::move(operation)); }
 
  private:
   std::vector<FileOperation> mOperations;
-  std::size_t mCount = 0;
+  std::vector<bool> mTransfers;
   std::size_t mFailAt = static_cast<std::size_t>(-1);
   Fault mFault = Fault::kNone;
   bool mForGood = false;
-  bool mFailed = false;
 };

@@ -1,0 +1,311 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <memory>
+
+#include "engine/mp4_file.h"
+#include "tests/support/alloc_faults.h"
+#include "tests/support/full_at.h"
+#include "tests/support/session.h"
+#include "tests/sweeps/sweep.h"
+#include "tests/sweeps/system_calls.h"
+#include "zr_mp4_ext.h"
+
+// The library's calls while memory, the system or the disk fails them, at one place after another.
+
+namespace {
+
+// Makes something fail as long as what it answers lives.
+using Cause = std::function<std::shared_ptr<void>()>;
+enum class Effect { kNone, kOnce, kLasting };
+
+struct Answer {
+  ZR_U32 status;
+  std::uint64_t content;  // a hash
+
+  bool operator!=(const Answer& other) const { return status != other.status || content != other.content; }
+};
+
+std::uint64_t HashOf(const void* data, std::size_t size, std::uint64_t hash = 14695981039346656037u) {
+  for (std::size_t i = 0; i < size; ++i) hash = (hash ^ static_cast<const std::uint8_t*>(data)[i]) * 1099511628211u;
+  return hash;
+}
+
+// Sends what is printed nowhere.
+class Silence {
+ public:
+  Silence() : mOutput(dup(STDOUT_FILENO)) {
+    std::fflush(stdout);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDOUT_FILENO);
+    close(nowhere);
+  }
+  Silence(const Silence&) = delete;
+  Silence& operator=(const Silence&) = delete;
+  ~Silence() {
+    std::fflush(stdout);
+    dup2(mOutput, STDOUT_FILENO);
+    close(mOutput);
+  }
+
+ private:
+  int mOutput;
+};
+
+std::string At(const char* what, std::uint64_t number) { return std::string(what) + " " + std::to_string(number); }
+
+bool Documented(ZR_U32 status) {
+  return ZR_MP4_StatusName(status) != ZR_MP4_StatusName(1);  // the name of those that are not
+}
+
+std::vector<std::string> BoxPaths(const Box& parent, const std::string& path = "") {
+  std::vector<std::string> paths;
+  std::map<std::string, int> seen;
+  for (const Box& box : parent.children) {
+    const std::string own = path + "/" + box.type + "[" + std::to_string(seen[box.type]++) + "]";
+    paths.push_back(own);
+    const std::vector<std::string> below = BoxPaths(box, own);
+    paths.insert(paths.end(), below.begin(), below.end());
+  }
+  return paths;
+}
+
+// A file's answers to everything that can be asked; no allocations of its own while it asks.
+class Reader {
+ public:
+  explicit Reader(const std::string& path)
+      : mConfig(DemuxerConfig(path)), mPaths(BoxPaths(RecordedFile(path).root())), mPayload(1 << 20) {
+    mConfig.stDemuxerConfig.u32VBufSize = 512;
+    mAnswers.reserve(mPaths.size() + 20);
+  }
+
+  const std::vector<Answer>& ask() {
+    mAnswers.clear();
+    ZR_MP4_HANDLE file = 0;
+    note(ZR_MP4_Create(&file, &mConfig));
+    if (file == 0) return mAnswers;
+    zrMP4_FILE_INFO_S about = {};
+    const ZR_U32 status = ZR_MP4_GetFileInfo(file, &about);
+    note(status, &about, sizeof(about));
+    for (ZR_U32 i = 0; i < 8; ++i) {
+      zrMP4_TRACK_INFO_S track = {};
+      ZR_MP4_TRACK_HANDLE handle;
+      const ZR_U32 found = ZR_MP4_GetTrackByIndex(file, i, &track, &handle);
+      note(found, &track, sizeof(track));
+    }
+    for (const std::string& path : mPaths) {
+      zrMP4_ATOM_INFO_S box = {static_cast<ZR_U32>(mPayload.size()), "", mPayload.data()};
+      const ZR_U32 found = ZR_MP4_GetAtom(file, path.c_str(), &box);
+      note(found, mPayload.data(), box.u32DataLen);
+    }
+    auto* engine = reinterpret_cast<zrmp4::MP4File*>(file);
+    engine->Dump(engine->stream(), 0);
+    note(ZR_MP4_Destroy(file, nullptr));
+    return mAnswers;
+  }
+
+ private:
+  void note(ZR_U32 status, const void* data = nullptr, std::size_t size = 0) {
+    mAnswers.push_back({status, status == 0 ? HashOf(data, size) : 0});
+  }
+
+  zrMP4_CONFIG_S mConfig;
+  std::vector<std::string> mPaths;
+  Data mPayload;
+  std::vector<Answer> mAnswers;
+};
+
+// A session, and what must come of it whatever fails.
+class Subject {
+ public:
+  explicit Subject(const Session& session) : mSession(session), mModel(session) {}
+
+  const Session& session() const { return mSession; }
+  std::size_t size() const { return mModel.whole().size(); }
+
+  // What is refused is tried again at once, and when the cause is gone: the file is the same in the end, and was one
+  // that repair makes whole in between.
+  std::string record(const Cause& cause, Effect effect) {
+    const MemoryFile file;
+    Recorder recorder(mSession, file.path());
+    std::shared_ptr<void> failing = cause();
+    for (std::size_t step = 0; step < recorder.steps(); ++step) {
+      ZR_U32 status = recorder.run(step);
+      if (status == 0) continue;
+      const std::string where = At("step", step);
+      const bool closing = step + 1 == recorder.steps();
+      if (failing && effect == Effect::kLasting && !closing && recorder.run(step) == 0) continue;
+      if (!failing || effect == Effect::kNone || !Documented(status)) return where + At(": status", status);
+      failing.reset();
+      const std::string wrong = mSession.unit == 0 ? "" : repaired(file.bytes(), size());
+      if (!wrong.empty()) return where + ", repaired: " + wrong;
+      status = closing ? 0 : recorder.run(step);
+      if (status != 0) return where + At(", tried again: status", status);
+    }
+    failing.reset();
+    return mModel.difference(file.bytes(), size(), true);
+  }
+
+  // What a failed repair leaves is completed by the next.
+  std::string repair(std::size_t cut, const Cause& cause, Effect effect) {
+    mFile.set(mModel.whole(), cut);
+    const std::string path = mFile.path();
+    std::shared_ptr<void> failing = cause();
+    const ZR_U32 status = ZR_MP4_RepairFile(path.c_str(), ZR_TRUE);
+    failing.reset();
+    if (status == 0 || effect == Effect::kNone) return difference(status, cut);
+    return Documented(status) ? repaired(mFile.bytes(), cut) : At("status", status);
+  }
+
+  // Each answer is the one that is given when nothing fails, or a failure.
+  std::string read(bool finished, const Cause& cause, Effect effect) {
+    Play(mSession, mFile.path(), mSession.calls.size(), finished);
+    const Data before = mFile.bytes();
+    const Silence silence;
+    Reader reader(mFile.path());
+    const std::vector<Answer> expected = reader.ask();
+    std::shared_ptr<void> failing = cause();
+    const std::vector<Answer>& answers = reader.ask();
+    failing.reset();
+    for (std::size_t i = 0; i < answers.size(); ++i) {
+      const bool failed = effect != Effect::kNone && answers[i].status != 0 && Documented(answers[i].status);
+      if (!failed && answers[i] != expected[i]) return At("answer", i) + At(": status", answers[i].status);
+    }
+    return mFile.bytes() == before ? "" : "reading changed the file";
+  }
+
+ private:
+  std::string repaired(const Data& file, std::size_t cut) {
+    mFile.set(file, file.size());
+    return difference(ZR_MP4_RepairFile(mFile.path().c_str(), ZR_TRUE), std::min(file.size(), cut));
+  }
+
+  std::string difference(ZR_U32 status, std::size_t cut) {
+    if (status != mModel.status(cut)) return At("status", status);
+    return status == 0 ? mModel.difference(mFile.bytes(), cut, true) : "";
+  }
+
+  Session mSession;
+  Model mModel;
+  MemoryFile mFile;
+};
+
+struct Scenario {
+  std::string name;
+  std::function<std::string(const Cause&, Effect)> run;
+};
+
+std::vector<Scenario> ScenariosOf(Subject& subject) {
+  std::vector<Scenario> all = {
+      {"record", [&](const Cause& cause, Effect effect) { return subject.record(cause, effect); }}};
+  if (subject.session().unit == 0) return all;
+  for (std::size_t k = 2; k <= 8; k += 2) {
+    const std::size_t cut = subject.size() * k / 8 - k % 8;
+    all.push_back({At("cut", cut), [&subject, cut](const Cause& cause, Effect effect) {
+                     return subject.repair(cut, cause, effect);
+                   }});
+  }
+  for (const bool finished : {false, true}) {
+    all.push_back({finished ? "read" : "read cut", [&subject, finished](const Cause& cause, Effect effect) {
+                     return subject.read(finished, cause, effect);
+                   }});
+  }
+  return all;
+}
+
+// One session with backups and without, or all of them but those that refuse frames of themselves, which cannot be
+// told from those that fail.
+std::vector<Session> FaultSessions(bool all) {
+  std::vector<Session> sessions = {Sessions()[3], Sessions()[3]};
+  sessions.back().name += ", no backups";
+  sessions.back().unit = 0;
+  sessions.back().buffer = 1;
+  std::copy_if(Sessions().begin(), Sessions().end(), std::back_inserter(sessions), [&](const Session& session) {
+    return all && !session.refuses && session.name != sessions[0].name;
+  });
+  return sessions;
+}
+
+}  // namespace
+
+void Allocations(Sweep& sweep) {
+  for (const Session& session : FaultSessions(sweep.full())) {
+    Subject subject(session);
+    for (const Scenario& scenario : ScenariosOf(subject)) {
+      const auto fail = [&](std::size_t after, Effect effect) {
+        return scenario.run([=] { return std::make_shared<AllocFaults>(after, effect == Effect::kOnce); }, effect);
+      };
+      fail(AllocFaults::kNever, Effect::kNone);
+      const std::size_t count = AllocFaults::count();
+      for (std::size_t n = 0; n < count; ++n) {
+        for (const Effect effect : {Effect::kOnce, Effect::kLasting}) {
+          const std::string state = session.name + ", " + scenario.name + At(", allocation", n) +
+                                    (effect == Effect::kOnce ? "" : " and on");
+          if (sweep.tries(state)) sweep.expect(state, fail(n, effect));
+        }
+      }
+    }
+  }
+}
+
+namespace {
+
+struct NamedFault {
+  const char* name;
+  SystemCalls::Fault fault;
+  Effect effect;
+};
+
+constexpr NamedFault kFaults[] = {{"EIO", SystemCalls::Fault::kIo, Effect::kOnce},
+                                  {"EIO and on", SystemCalls::Fault::kIo, Effect::kLasting},
+                                  {"ENOSPC", SystemCalls::Fault::kNoSpace, Effect::kOnce},
+                                  {"ENOSPC and on", SystemCalls::Fault::kNoSpace, Effect::kLasting},
+                                  {"EINTR", SystemCalls::Fault::kInterrupted, Effect::kNone},
+                                  {"short", SystemCalls::Fault::kShort, Effect::kNone}};
+
+}  // namespace
+
+void SystemCallFaults(Sweep& sweep) {
+  for (const Session& session : FaultSessions(sweep.full())) {
+    Subject subject(session);
+    for (const Scenario& scenario : ScenariosOf(subject)) {
+      std::vector<bool> transfers;
+      const auto fail = [&](std::size_t after, const NamedFault& fault) {
+        const auto cause = [&] {
+          auto* calls = new SystemCalls;
+          calls->failAfter(after, fault.fault, fault.effect == Effect::kLasting);
+          return std::shared_ptr<void>(calls, [&, calls](void*) {
+            transfers = calls->transfers();
+            delete calls;
+          });
+        };
+        return scenario.run(cause, fault.effect);
+      };
+      fail(0, {"", SystemCalls::Fault::kNone, Effect::kNone});
+      const std::vector<bool> all = transfers;
+      for (std::size_t n = 0; n < all.size(); ++n) {
+        for (const NamedFault& fault : kFaults) {
+          if (fault.fault == SystemCalls::Fault::kShort && !all[n]) continue;
+          const std::string state = session.name + ", " + scenario.name + At(", call", n) + ", " + fault.name;
+          if (sweep.tries(state)) sweep.expect(state, fail(n, fault));
+        }
+      }
+    }
+  }
+}
+
+void FullDisk(Sweep& sweep) {
+  Session session = LongIntervals(sweep.choose(56, 560));
+  session.buffer = 5000;
+  Subject subject(session);
+  for (std::size_t room = 4096; room < subject.size(); room += 4096) {
+    const Cause cause = [=] { return std::make_shared<FullAt>(room); };
+    const std::string state = At("room for", room);
+    if (sweep.tries(state)) sweep.expect(state, subject.record(cause, Effect::kLasting));
+    const std::string repairing = state + ", repair";
+    if (sweep.tries(repairing)) sweep.expect(repairing, subject.repair(room, cause, Effect::kLasting));
+  }
+}
