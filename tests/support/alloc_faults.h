@@ -2,8 +2,8 @@
 
 #include <cstddef>
 
-// Controls the allocations of this thread's code: lets one fail, or all from some point on, and notes how much was asked
-// for. Everything goes back to normal with the object; one at a time.
+// Controls the allocations of this thread's code: lets one fail, or all from some point on, and notes how much was
+// asked for. Everything goes back to normal with the object; one at a time.
 class AllocFaults {
  public:
   static constexpr std::size_t kNever = static_cast<std::size_t>(-1);

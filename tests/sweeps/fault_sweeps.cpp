@@ -1,122 +1,17 @@
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdio>
-#include <functional>
-#include <memory>
 
-#include "engine/mp4_file.h"
 #include "tests/support/alloc_faults.h"
 #include "tests/support/full_at.h"
 #include "tests/support/session.h"
+#include "tests/sweeps/questions.h"
 #include "tests/sweeps/sweep.h"
 #include "tests/sweeps/system_calls.h"
-#include "zr_mp4_ext.h"
 
 // The library's calls while memory, the system or the disk fails them, at one place after another.
 
 namespace {
 
-// Makes something fail as long as what it answers lives.
-using Cause = std::function<std::shared_ptr<void>()>;
 enum class Effect { kNone, kOnce, kLasting };
-
-struct Answer {
-  ZR_U32 status;
-  std::uint64_t content;  // a hash
-
-  bool operator!=(const Answer& other) const { return status != other.status || content != other.content; }
-};
-
-std::uint64_t HashOf(const void* data, std::size_t size, std::uint64_t hash = 14695981039346656037u) {
-  for (std::size_t i = 0; i < size; ++i) hash = (hash ^ static_cast<const std::uint8_t*>(data)[i]) * 1099511628211u;
-  return hash;
-}
-
-// Sends what is printed nowhere.
-class Silence {
- public:
-  Silence() : mOutput(dup(STDOUT_FILENO)) {
-    std::fflush(stdout);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDOUT_FILENO);
-    close(nowhere);
-  }
-  Silence(const Silence&) = delete;
-  Silence& operator=(const Silence&) = delete;
-  ~Silence() {
-    std::fflush(stdout);
-    dup2(mOutput, STDOUT_FILENO);
-    close(mOutput);
-  }
-
- private:
-  int mOutput;
-};
-
-std::string At(const char* what, std::uint64_t number) { return std::string(what) + " " + std::to_string(number); }
-
-bool Documented(ZR_U32 status) {
-  return ZR_MP4_StatusName(status) != ZR_MP4_StatusName(1);  // the name of those that are not
-}
-
-std::vector<std::string> BoxPaths(const Box& parent, const std::string& path = "") {
-  std::vector<std::string> paths;
-  std::map<std::string, int> seen;
-  for (const Box& box : parent.children) {
-    const std::string own = path + "/" + box.type + "[" + std::to_string(seen[box.type]++) + "]";
-    paths.push_back(own);
-    const std::vector<std::string> below = BoxPaths(box, own);
-    paths.insert(paths.end(), below.begin(), below.end());
-  }
-  return paths;
-}
-
-// A file's answers to everything that can be asked; no allocations of its own while it asks.
-class Reader {
- public:
-  explicit Reader(const std::string& path)
-      : mConfig(DemuxerConfig(path)), mPaths(BoxPaths(RecordedFile(path).root())), mPayload(1 << 20) {
-    mConfig.stDemuxerConfig.u32VBufSize = 512;
-    mAnswers.reserve(mPaths.size() + 20);
-  }
-
-  const std::vector<Answer>& ask() {
-    mAnswers.clear();
-    ZR_MP4_HANDLE file = 0;
-    note(ZR_MP4_Create(&file, &mConfig));
-    if (file == 0) return mAnswers;
-    zrMP4_FILE_INFO_S about = {};
-    const ZR_U32 status = ZR_MP4_GetFileInfo(file, &about);
-    note(status, &about, sizeof(about));
-    for (ZR_U32 i = 0; i < 8; ++i) {
-      zrMP4_TRACK_INFO_S track = {};
-      ZR_MP4_TRACK_HANDLE handle;
-      const ZR_U32 found = ZR_MP4_GetTrackByIndex(file, i, &track, &handle);
-      note(found, &track, sizeof(track));
-    }
-    for (const std::string& path : mPaths) {
-      zrMP4_ATOM_INFO_S box = {static_cast<ZR_U32>(mPayload.size()), "", mPayload.data()};
-      const ZR_U32 found = ZR_MP4_GetAtom(file, path.c_str(), &box);
-      note(found, mPayload.data(), box.u32DataLen);
-    }
-    auto* engine = reinterpret_cast<zrmp4::MP4File*>(file);
-    engine->Dump(engine->stream(), 0);
-    note(ZR_MP4_Destroy(file, nullptr));
-    return mAnswers;
-  }
-
- private:
-  void note(ZR_U32 status, const void* data = nullptr, std::size_t size = 0) {
-    mAnswers.push_back({status, status == 0 ? HashOf(data, size) : 0});
-  }
-
-  zrMP4_CONFIG_S mConfig;
-  std::vector<std::string> mPaths;
-  Data mPayload;
-  std::vector<Answer> mAnswers;
-};
 
 // A session, and what must come of it whatever fails.
 class Subject {
@@ -164,12 +59,9 @@ class Subject {
   std::string read(bool finished, const Cause& cause, Effect effect) {
     Play(mSession, mFile.path(), mSession.calls.size(), finished);
     const Data before = mFile.bytes();
-    const Silence silence;
-    Reader reader(mFile.path());
-    const std::vector<Answer> expected = reader.ask();
-    std::shared_ptr<void> failing = cause();
-    const std::vector<Answer>& answers = reader.ask();
-    failing.reset();
+    Questions questions(mFile.path());
+    const std::vector<Answer> expected = questions.ask();
+    const std::vector<Answer>& answers = questions.ask(cause);
     for (std::size_t i = 0; i < answers.size(); ++i) {
       const bool failed = effect != Effect::kNone && answers[i].status != 0 && Documented(answers[i].status);
       if (!failed && answers[i] != expected[i]) return At("answer", i) + At(": status", answers[i].status);
@@ -222,7 +114,7 @@ std::vector<Session> FaultSessions(bool all) {
   std::vector<Session> sessions = {Sessions()[3], Sessions()[3]};
   sessions.back().name += ", no backups";
   sessions.back().unit = 0;
-  sessions.back().buffer = 1;
+  sessions.back().buffer = 40;
   std::copy_if(Sessions().begin(), Sessions().end(), std::back_inserter(sessions), [&](const Session& session) {
     return all && !session.refuses && session.name != sessions[0].name;
   });

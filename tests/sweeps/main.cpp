@@ -27,6 +27,7 @@ constexpr Entry kSweeps[] = {
     {"allocations", Allocations, 1, 1},
     {"system-calls", SystemCallFaults, 1, 1},
     {"full-disk", FullDisk, 100, 1000},
+    {"bit-flips", BitFlips, 5000, 5000},
 };
 
 bool RunSweep(const Entry& entry, bool full, const std::string& results, const std::string& only) {

@@ -44,3 +44,4 @@ void CutRepair(Sweep& sweep);
 void Allocations(Sweep& sweep);
 void SystemCallFaults(Sweep& sweep);
 void FullDisk(Sweep& sweep);
+void BitFlips(Sweep& sweep);
