@@ -9,6 +9,7 @@
 #include "box/track_boxes.h"
 #include "box/user_def_atom.h"
 #include "box/vemo_atom.h"
+#include "engine/iso_base_media_file.h"
 #include "tests/support/box_case.h"
 #include "tests/support/log_capture.h"
 
@@ -424,6 +425,16 @@ TEST(AtomTree, AContainerSurvivesWhatItHolds) {
     EXPECT_EQ(Children(*mdia), "abcd ");
     EXPECT_TRUE(mdia->header().size == size && mdia->header().largeSize == 0);
   }
+}
+
+TEST(ISOBaseMediaFile, IsOneWithAMovieBox) {
+  const LogCapture log;
+  ISOBaseMediaFile file;
+  file.AddChild(new Atom("mdat", 8));
+  EXPECT_EQ(file.IsISOBaseMediaFile(), 0);
+  EXPECT_TRUE(log.has("have no moov box error\n"));
+  file.AddChild(new Atom("MOOV", 8));
+  EXPECT_EQ(file.IsISOBaseMediaFile(), 1);
 }
 
 TEST(UserDefAtom, TakesItsPayloadOnce) {
