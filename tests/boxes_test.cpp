@@ -175,7 +175,7 @@ TEST(Boxes, OfOtherWritersArePassedOverToTheirEnd) {
   EXPECT_TRUE(log.has("memcpy entry type(url  ) error\n"));
 }
 
-// The boxes of a recording ---------------------------------------------------------------------------------------------
+// The boxes of a recording --------------------------------------------------------------------------------------------
 
 TEST(VemoAtom, KeepsSixTracksAsTheCallerDescribedThem) {
   const LogCapture log;
@@ -309,7 +309,7 @@ TEST(MdatAtom, DumpsTheTableGroupsInsideIt) {
   }
 }
 
-// The tree --------------------------------------------------------------------------------------------------------------
+// The tree ------------------------------------------------------------------------------------------------------------
 
 // The types of a box's children, in order.
 std::string Children(const Atom& box) {

@@ -196,7 +196,7 @@ TEST(SampleEntries, FilesOfOtherWritersAreKeptWhole) {
 }
 
 TEST(SampleEntries, DamagedConfigurationsAreRefused) {
-  const auto avcc = [](const Nal& counted) { return BoxBytes("avcC", Bytes().add(Nal{1, 1, 2, 3, 0xFF}).add(counted)); };
+  const auto avcc = [](const Nal& sets) { return BoxBytes("avcC", Bytes().add(Nal{1, 1, 2, 3, 0xFF}).add(sets)); };
   const auto hvcc = [](const Nal& arrays) { return BoxBytes("hvcC", Bytes().fill(22).add(arrays)); };
   const struct {
     Bytes box;

@@ -195,7 +195,7 @@ TEST(SampleTables, Queries) {
       {StcoAtom().getNextFrameNoByOffset(5) + StcoAtom().getLastFrameNoByOffset(5), 0},
       {Co64Atom().getNextFrameNoByOffset(5) + Co64Atom().getLastFrameNoByOffset(5), 0},
   };
-  for (const auto& [answer, expected] : kAnswers) EXPECT_EQ(answer, expected) << "row " << &expected - &kAnswers[0].second;
+  for (const auto& row : kAnswers) EXPECT_EQ(row.first, row.second) << "row " << &row - kAnswers;
   for (const char* line : {"frame no 2 frame size 4294967295\n", "co64::getPosByNO fail\n",
                            "next frame offset 101 frame no 2 \n", "last+1 frame offset 101 frame no 2 \n",
                            "next frame offset 200 frame no 2\n"}) {
@@ -239,7 +239,7 @@ TEST(SampleTables, MergeJoinsARangeAndCropFillsANewTable) {
   const std::pair<Values, Values> kRows[] = {
       {merged(Grown<StszAtom>(1u), Grown<StszAtom>(7u, 8u, 9u, 10u), 2, 3), {1, 8, 9}},
       {merged(Grown<StszAtom>(1u), Grown<StszAtom>(7u), 2, 9), {1}},
-      {merged(Grown<StssAtom>(1u), Grown<StssAtom>(1u, 11u, 21u, 31u), 11, 21, 4), {1, 5, 15}},  // 11: the first of them
+      {merged(Grown<StssAtom>(1u), Grown<StssAtom>(1u, 11u, 21u, 31u), 11, 21, 4), {1, 5, 15}},
       {merged(Grown<StcoAtom>(48u), Grown<StcoAtom>(1000u, 1500u, 4000u), 2, 3, 100), {48, 100, 2600}},
       {merged(Grown<Co64Atom>(48u), Grown<Co64Atom>(1000u, 0x200000000u), 1, 9, 1000), {48, 1000, 0x200000000}},
       {merged(Grown<StcoAtom>(), Grown<StcoAtom>(0u, 500u, 700u), 1, 3, 48), {48, 48, 248}},  // 0: none before

@@ -12,6 +12,7 @@
 #include "tests/support/recording.h"
 #include "track/annexb.h"
 #include "track/nal_track.h"
+#include "track/record_walker.h"
 #include "track/track.h"
 
 using namespace zrmp4;
@@ -245,6 +246,36 @@ TEST(RecoveredFrames, AreKeptWhenTheyAreWhole) {
     TrackRig rig(codec, 120000, 1, -1, Bytes().fill(3, 7).add(frame).fill(9));
     EXPECT_EQ(rig.track->RecoverFrame(header, 3, true), keptBeforeZeros) << frame.size() << " of codec " << codec;
     EXPECT_EQ(rig.track->RecoverFrame(header, 3, false), kept) << frame.size() << " of codec " << codec;
+  }
+}
+
+TEST(MediaParameters, AreFoundUpToTheFirstKeyFrame) {
+  struct Frame {
+    Data stored;
+    ZR_U32 key;
+    ZR_U32 track = TrackRig::kId;
+  };
+  const Data otherSps = {0x67, 0x42, 0x00, 0x1E, 0xAC};
+  const Data other = Stored(Units({otherSps})), key = Stored(Units({kSps, kPps, kIdr}));
+  const std::tuple<std::vector<Frame>, ZR_U32, ZR_U32> kRows[] = {  // how many SPS and PPS are found
+      {{{key, 1}, {other, 0}}, 1, 1},
+      {{{other, 0}, {key, 1}}, 2, 1},
+      {{{{}, 1}, {key, 1}}, 1, 1},
+      {{{other, 1, TrackRig::kId + 1}, {key, 1}}, 1, 1},
+      {{{Bytes().be32(5).add(kSps).be32(4).fill(14), 1}, {key, 1}}, 1, 1},        // a torn frame
+      {{{Stored(Units({otherSps, {0, 0, 0}})), 1}, {key, 1}}, 2, 1},              // a key frame that is none
+      {{{other, 0}}, 1, 0},
+  };
+  for (const auto& [frames, sps, pps] : kRows) {
+    Bytes file;
+    for (const Frame& frame : frames) {
+      file.be32(frame.track).be32(frame.key).be64(1).be32(frame.stored.size()).add(frame.stored);
+    }
+    TrackRig rig(TrakAtom::CODEC_AVC, 120000, 1, -1, file);
+    RecordWalker walker(&rig.stream, 0, 0, file.size());
+    EXPECT_EQ(rig.track->ParseMediaParameter(walker), 0);
+    const auto* avcc = rig.trak->Find<AvccAtom>("mdia/minf/stbl/stsd/avc1/avcC");
+    EXPECT_TRUE(avcc->sps().count() == sps && avcc->pps().count() == pps) << avcc->sps().count();
   }
 }
 
