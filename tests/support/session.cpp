@@ -400,6 +400,8 @@ std::string Model::problemAfter(std::size_t calls) {
 }
 
 const std::string& Model::tailAfter(std::size_t calls) {
+  constexpr std::size_t kMostKept = 500;
+  if (mTails.size() > kMostKept) mTails.clear();
   const auto known = mTails.find(calls);
   if (known != mTails.end()) return known->second;
   const MemoryFile file;

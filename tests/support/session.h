@@ -104,6 +104,7 @@ class Model {
   std::uint64_t mediaStart() const { return mMdat + 16; }
   std::uint64_t mediaEnd(const Data& file) const;
   std::vector<std::uint64_t> boundaries() const;
+  std::uint64_t endOf(std::size_t calls) const { return mOutcome.ends[calls - 1]; }
   ZR_U32 status(std::uint64_t cut) const;
   std::size_t keptCalls(std::uint64_t cut, bool extraFrames) const;
   std::uint64_t keptEnd(std::uint64_t cut, bool extraFrames) const;

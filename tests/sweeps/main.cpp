@@ -27,7 +27,10 @@ constexpr Entry kSweeps[] = {
     {"allocations", Allocations, 1, 1},
     {"system-calls", SystemCallFaults, 1, 1},
     {"full-disk", FullDisk, 100, 1000},
-    {"bit-flips", BitFlips, 5000, 5000},
+    {"bit-flips", BitFlips, 5000, 100000},
+    {"kill", Kills, 100, 10000},
+    {"threads", Threads, 32, 1000},
+    {"long", Long, 2, 3},
 };
 
 bool RunSweep(const Entry& entry, bool full, const std::string& results, const std::string& only) {

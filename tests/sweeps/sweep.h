@@ -45,3 +45,6 @@ void Allocations(Sweep& sweep);
 void SystemCallFaults(Sweep& sweep);
 void FullDisk(Sweep& sweep);
 void BitFlips(Sweep& sweep);
+void Kills(Sweep& sweep);
+void Threads(Sweep& sweep);
+void Long(Sweep& sweep);

@@ -28,6 +28,9 @@ class SystemCalls {
   // The call after this many fails so, and every one behind it if it is for good. Interrupted calls are so once, short
   // ones move half of what they were asked to; those that move nothing cannot be short.
   void failAfter(std::size_t calls, Fault fault, bool forGood = false);
+  // From now on long runs of one byte are left out of the file, as holes, and nothing is noted.
+  void keepOnlyHeaders() { mOnlyHeaders = true; }
+  bool onlyHeaders() const { return mOnlyHeaders; }
   std::size_t count() const { return mTransfers.size(); }
 
   // Of each call, whether it was to move more than a byte.
@@ -46,4 +49,5 @@ class SystemCalls {
   std::size_t mFailAt = static_cast<std::size_t>(-1);
   Fault mFault = Fault::kNone;
   bool mForGood = false;
+  bool mOnlyHeaders = false;
 };

@@ -1,0 +1,113 @@
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "tests/support/session.h"
+#include "tests/sweeps/questions.h"
+#include "tests/sweeps/sweep.h"
+
+// As many handles as there may be, each with threads of its own.
+
+namespace {
+
+constexpr int kHandles = 32;
+constexpr ZR_U64 kFrames = 70;
+constexpr int kBoxes = 5;
+
+zrMP4_TRACK_INFO_S TrackOf(int worker) {
+  return worker % 3 == 0 ? VideoTrack() : worker % 3 == 1 ? AudioTrack() : MetaTrack();
+}
+
+Data FrameOf(int worker, ZR_U64 number) {
+  const auto fill = static_cast<std::uint8_t>(1 + worker * 50 + static_cast<int>(number) % 50);
+  if (worker % 3 != 0) return Data(3000 + number, fill);
+  return number % 10 == 0 ? KeyFrame(9000, fill) : DeltaFrame(9000, fill);
+}
+
+// Makes a track and fills it, among others that do the same.
+std::string Work(Muxer& muxer, int worker) {
+  const zrMP4_TRACK_INFO_S info = TrackOf(worker);
+  ZR_MP4_TRACK_HANDLE track = 0;
+  ZR_U32 status = ZR_MP4_CreateTrack(muxer.handle(), &track, &info);
+  for (ZR_U64 k = 0; k < kFrames && status == 0; ++k) {
+    status = muxer.write(track, FrameOf(worker, k), k * 40000, k % 10 == 0);
+    if (status == 0 && k % (kFrames / kBoxes) == 0) status = muxer.addBox("/moov", "note", Data(100, 7));
+  }
+  return status == 0 ? "" : At("status", status);
+}
+
+bool Holds(const RecordedFile& file, const TrackView& track, int worker) {
+  if (track.samples.size() != kFrames) return false;
+  for (ZR_U64 k = 0; k < kFrames; ++k) {
+    const Data frame = FrameOf(worker, k);
+    if (file.bytes(track.samples[k]) != (worker % 3 == 0 ? Stored(frame) : frame)) return false;
+  }
+  return true;
+}
+
+std::string ProblemOf(const std::string& path, int workers) {
+  const RecordedFile file(path);
+  const std::string problem = file.problem();
+  if (!problem.empty()) return problem;
+  const std::vector<TrackView> tracks = file.tracks();
+  for (int worker = 0; worker < workers; ++worker) {
+    const bool found = std::any_of(tracks.begin(), tracks.end(),
+                                   [&](const TrackView& track) { return Holds(file, track, worker); });
+    if (!found) return At("no track of thread", static_cast<std::uint64_t>(worker));
+  }
+  if (file.count("user") != workers * kBoxes) return "boxes are missing";
+  ZR_MP4_HANDLE reader = 0;
+  zrMP4_FILE_INFO_S info = {};
+  const zrMP4_CONFIG_S config = DemuxerConfig(path);
+  const bool read = ZR_MP4_Create(&reader, &config) == 0 && ZR_MP4_GetFileInfo(reader, &info) == 0 &&
+                    ZR_MP4_Destroy(reader, nullptr) == 0 && info.u32TrackNum == static_cast<ZR_U32>(workers);
+  return read ? "" : "the file does not read back";
+}
+
+// Records one file on some threads; all handles are open before any goes on.
+std::string RecordOn(int handle, int workers, std::atomic<int>& open) {
+  const MemoryFile file;
+  const zrMP4_CONFIG_S config = MuxerConfig(file.path(), 524288);
+  Muxer muxer(config);
+  for (++open; open < kHandles;) std::this_thread::yield();
+  zrMP4_PROC_MUXER_S* statistics = nullptr;
+  if (muxer.status() != 0 || MP4_PROC_Add(&statistics, &config) != 0) return "no handle";
+  std::vector<std::string> problems(static_cast<std::size_t>(workers));
+  std::vector<std::thread> threads;
+  for (int i = 1; i < workers; ++i) {
+    threads.emplace_back([&, i] { problems[static_cast<std::size_t>(i)] = Work(muxer, i); });
+  }
+  problems[0] = Work(muxer, 0);
+  for (std::thread& thread : threads) thread.join();
+  MP4_PROC_UpdateWriteTime(config.aszFileName, static_cast<ZR_U64>(handle));
+  MP4_PROC_Remove(statistics);
+  for (const std::string& problem : problems) {
+    if (!problem.empty()) return problem;
+  }
+  // A track that came after the first frame is not repaired, so only the others are cut.
+  const bool cut = workers == 1 && handle % 2 == 0;
+  if (!cut) muxer.finish();
+  const bool ended = muxer.destroy() == 0 && (!cut || ZR_MP4_RepairFile(file.path().c_str(), ZR_TRUE) == 0);
+  return ended ? ProblemOf(file.path(), workers) : "the end failed";
+}
+
+}  // namespace
+
+void Threads(Sweep& sweep) {
+  using Clock = std::chrono::steady_clock;
+  const auto end = Clock::now() + std::chrono::seconds(sweep.choose(5, 600));
+  for (std::uint64_t round = 0; Clock::now() < end; ++round) {
+    std::vector<std::string> problems(kHandles);
+    std::vector<std::thread> threads;
+    std::atomic<int> open{0};
+    for (int i = 0; i < kHandles; ++i) {
+      threads.emplace_back([&, i] { problems[static_cast<std::size_t>(i)] = RecordOn(i, i == 0 ? 4 : 1, open); });
+    }
+    for (std::thread& thread : threads) thread.join();
+    for (std::size_t i = 0; i < problems.size(); ++i) {
+      const std::string state = At("round", round) + At(", handle", i);
+      if (sweep.tries(state)) sweep.expect(state, problems[i]);
+    }
+  }
+}
