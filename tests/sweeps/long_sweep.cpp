@@ -73,11 +73,13 @@ std::string ProblemOf(const RecordedFile& file, const TrackView& track, const Da
                             ? static_cast<double>(i * recorded.info.stAudioInfo.u32SamplePerFrame)
                             : static_cast<double>(TimeOf(i * recorded.every)) * track.timeScale / 1e6;
     const bool key = !track.tables.hasSyncs || i % 50 == 0;
-    if (std::fabs(static_cast<double>(sample.time) - time) > track.timeScale / 200.0 || sample.sync != key) return At("sample", i);
+    const double off = std::fabs(static_cast<double>(sample.time) - time) / track.timeScale;
+    if (off > 0.005 || sample.sync != key) return At("sample", i);
     // Every sample stands behind its private header.
     if (i % 977 != 0 && i + 1 != count) continue;
-    const bool found = file.number(sample.offset - 20, 4) == track.id && file.number(sample.offset - 4, 4) == sample.size;
-    if (!found) return At("no record of sample", i);
+    if (file.number(sample.offset - 20, 4) != track.id || file.number(sample.offset - 4, 4) != sample.size) {
+      return At("no record of sample", i);
+    }
   }
   const std::uint64_t end = track.samples.back().offset;
   return end > std::uint64_t{5} << 30 ? "" : At("ends at", end);
@@ -93,8 +95,8 @@ std::string ProblemOf(const std::string& path, const std::vector<DayTrack>& reco
     if (!wrong.empty()) return At("track", i) + ": " + wrong;
   }
   const std::uint64_t mvhd = file.find("moov/mvhd")->payload();
-  const double seconds = static_cast<double>(file.number(mvhd + 16, 4)) / static_cast<double>(file.number(mvhd + 12, 4));
-  return std::fabs(seconds - 86400) < 60 ? "" : At("duration of", static_cast<std::uint64_t>(seconds));
+  const std::uint64_t seconds = file.number(mvhd + 16, 4) / file.number(mvhd + 12, 4);
+  return seconds > 86300 && seconds < 86500 ? "" : At("movie of seconds:", seconds);
 }
 
 }  // namespace

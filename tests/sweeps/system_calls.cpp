@@ -98,9 +98,8 @@ ssize_t __wrap_pread64(int fd, void* data, std::size_t size, off64_t at) {
 ssize_t __wrap_pwrite64(int fd, const void* data, std::size_t size, off64_t at) {
   if (!Enter(&size)) return -1;
   if (LeavesOut(data, size)) {
-    struct stat64 status;
     const off64_t end = at + static_cast<off64_t>(size);
-    const bool done = __real_fstat64(fd, &status) == 0 && (status.st_size >= end || __real_ftruncate64(fd, end) == 0);
+    const bool done = __real_lseek64(fd, 0, SEEK_END) >= end || __real_ftruncate64(fd, end) == 0;
     return done ? static_cast<ssize_t>(size) : -1;
   }
   const ssize_t moved = __real_pwrite64(fd, data, size, at);

@@ -96,7 +96,7 @@ std::string RecordOn(int handle, int workers, std::atomic<int>& open) {
 
 void Threads(Sweep& sweep) {
   using Clock = std::chrono::steady_clock;
-  const auto end = Clock::now() + std::chrono::seconds(sweep.choose(5, 600));
+  const auto end = Clock::now() + std::chrono::seconds(sweep.choose(20, 600));
   for (std::uint64_t round = 0; Clock::now() < end; ++round) {
     std::vector<std::string> problems(kHandles);
     std::vector<std::thread> threads;
