@@ -24,7 +24,7 @@ string(REGEX REPLACE "/$" "" zrmp4_prefix "${zrmp4_prefix}")
 configure_file(cmake/zrmp4.pc.in zrmp4.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zrmp4.pc DESTINATION ${zrmp4_pkgconfig_dir} COMPONENT dev)
 
-install(FILES docs/file_format.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(FILES docs/man/zrmp4-format.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT dev)
 if(ZRMP4_BUILD_TOOLS)
   install(FILES docs/man/zrmp4.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
   install(FILES packaging/bash-completion/zrmp4
