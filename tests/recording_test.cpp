@@ -309,6 +309,12 @@ TEST_F(Recording, EndsWithItsLastBoxInsideTheLastReservedUnit) {
     // Deliberate: no allowance is made for a gap smaller than the header of the free box.
     EXPECT_EQ(RecordedFile(file.path()).problem().empty(), gap == 0 || gap >= 8) << "gap of " << gap;
   }
+
+  zrmp4::MP4File full;
+  ASSERT_EQ(full.Open(file.path(), -1, "w", 65537, 1), 0u);
+  ASSERT_EQ(full.stream()->seek(0xFFFFFFF0, 0), 0);
+  EXPECT_EQ(full.WriteFreeBox(), -1);  // its end would be the last number of 32 bits
+  EXPECT_TRUE(log.has("WriteFreeBox:201 multi failed\n"));
 }
 
 TEST_F(Recording, UserBoxesStandWhereTheyWereAddedAndCanBeQueried) {

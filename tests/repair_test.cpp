@@ -75,6 +75,15 @@ TEST_F(Repair, ARecordingWithoutFramesIsWholeAtOnce) {
   EXPECT_TRUE(file.bytes() == before);
 }
 
+TEST_F(Repair, FindsParameterSetsBehindTheFirstSnapshot) {
+  Session session = Sessions().back();
+  session.calls.insert(session.calls.begin(), {0, DeltaFrame(3300), 7000000000});
+  Model model(session);
+  file.set(model.whole(), model.whole().size());
+  ASSERT_EQ(repair(true), 0u);
+  EXPECT_EQ(model.difference(file.bytes(), model.whole().size(), true), "");
+}
+
 TEST_F(Repair, ASnapshotOfAnotherSizeIsNotTrusted) {
   Model model(Sessions()[2]);
   Data data = model.whole();
