@@ -85,13 +85,16 @@ constexpr Column kColumns[] = {
     {"longest us", &Run::longest, 1e6}, {"finish ms", &Run::finish, 1e3}, {"open ms", &Run::open, 1e3},
 };
 
-// Each repetition runs every recorder once, so that all of them meet the same moods of the machine.
+// Each repetition runs every recorder once, so that all of them meet the same moods of the machine, and in another order,
+// so that none always finds what the same other one left behind.
 void CompareRecordings(const Workload& work, const std::string& folder, const std::string& place,
                        const Options& options, Report& report) {
   const std::string path = FileIn(folder, "recording.mp4");
+  const size_t count = kRecorders.size();  // a power of two, so that an odd step comes to each of them
   std::vector<std::vector<Run>> runs(kRecorders.size());
-  for (int i = 0; i < options.repetitions; ++i) {
-    for (size_t r = 0; r < kRecorders.size(); ++r) {
+  for (size_t i = 0; i < static_cast<size_t>(options.repetitions); ++i) {
+    for (size_t turn = 0; turn < count; ++turn) {
+      const size_t r = (i + turn * (2 * i + 1)) % count;
       const auto record = [&](bool stamps) {
         return InChild([&] { return Record(work, *MakeRecorder(kRecorders[r]), kRecorders[r], path, stamps); });
       };
