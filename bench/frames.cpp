@@ -104,6 +104,10 @@ struct Plan {
   }
 };
 
+// Frames begin where an encoder's buffers do. Were they packed, a recorder that stores as many bytes as it gets would
+// copy between addresses that are always the same distance apart, modulo a page, which some processors are slow at.
+uint32_t Aligned(uint32_t size) { return (size + 63) / 64 * 64; }
+
 }  // namespace
 
 const std::vector<uint8_t>& ParameterSets(Codec codec) {
@@ -152,6 +156,7 @@ Workload MakeWorkload(const std::string& name, double scale) {
   std::vector<Plan> plans;
   for (uint32_t i = 0; i < work.tracks.size(); ++i) plans.push_back({&work.tracks[i], i});
   Random random;
+  uint64_t poolSize = 0;
   const uint64_t end = static_cast<uint64_t>(spec->seconds * scale * 1e6);
   for (;;) {
     Plan& plan =
@@ -161,9 +166,10 @@ Workload MakeWorkload(const std::string& name, double scale) {
     const uint32_t size = std::max(least, spec->frameSize != 0 ? spec->frameSize : plan.size(random));
     work.frames.push_back({nullptr, size, plan.index, plan.pts(), plan.key()});
     work.bytes += size;
+    poolSize += Aligned(size);
     ++plan.written;
   }
-  work.pool.reset(new uint8_t[work.bytes]);
+  work.pool.reset(new uint8_t[poolSize]);
   uint8_t* at = work.pool.get();
   for (Frame& frame : work.frames) {
     const TrackSpec& track = work.tracks[frame.track];
@@ -171,7 +177,7 @@ Workload MakeWorkload(const std::string& name, double scale) {
     frame.data = at;
     WriteHead(track, frame.key, at, frame.size);
     Fill(at + head, frame.size - head, random);
-    at += frame.size;
+    at += Aligned(frame.size);
   }
   return work;
 }

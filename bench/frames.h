@@ -25,7 +25,7 @@ struct Frame {
   bool key;
 };
 
-// Encoded frames in memory, one behind the other in the order of recording, as all recorders get them. The bytes are
+// Encoded frames in memory, in the order of recording, as all recorders get them. The bytes are
 // random, with the emulation prevention of a real stream; head holds a track's parameter sets with start codes.
 struct Workload {
   std::string name;
