@@ -1,13 +1,16 @@
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 
 #include "tests/sweeps/sweep.h"
 #include "zr_log.h"
 
-// zrmp4_sweeps [--full] [--results FOLDER] [NAME [STATE]]
+// zrmp4_sweeps [--full | --one-in N] [--results FOLDER] [NAME [STATE]]
 //   runs the sweep of that name or all of them, quick or in full, or one state of it
+//   --one-in tries every n-th state of a quick crash sweep, for processors that are emulated
 //   --results leaves a line for each in the folder; a sweep in full that has its line there already is not run again
 
 namespace {
@@ -33,14 +36,15 @@ constexpr Entry kSweeps[] = {
     {"long", Long, 2, 3},
 };
 
-bool RunSweep(const Entry& entry, bool full, const std::string& results, const std::string& only) {
+bool RunSweep(const Entry& entry, bool full, std::uint64_t oneIn, const std::string& results,
+              const std::string& only) {
   const std::string file = results.empty() ? "" : results + "/" + entry.name;
   std::string line;
   if (full && std::getline(std::ifstream(file), line)) {
     std::puts(line.c_str());
     return line.find(" 0 failures") != std::string::npos;
   }
-  Sweep sweep(entry.name, full, only);
+  Sweep sweep(entry.name, full, oneIn, only);
   const auto started = std::chrono::steady_clock::now();
   entry.run(sweep);
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
@@ -50,7 +54,7 @@ bool RunSweep(const Entry& entry, bool full, const std::string& results, const s
                 took.count());
   std::puts(text);
   std::fflush(stdout);
-  const bool enough = !only.empty() || sweep.states() >= (full ? entry.fullStates : entry.quickStates);
+  const bool enough = !only.empty() || sweep.states() >= (full ? entry.fullStates : entry.quickStates) / oneIn;
   if (!enough) std::printf("%s: fewer states than it should have\n", entry.name);
   if (!file.empty() && only.empty()) std::ofstream(file) << text << '\n';
   return enough && sweep.failures() == 0;
@@ -71,10 +75,13 @@ extern "C" void ZR_LOG_Printf(const char*, int, const char*, ...) {}
 
 int main(int count, char** arguments) {
   bool full = false;
+  std::uint64_t oneIn = 1;
   std::string results, name, state;
   for (int i = 1; i < count; ++i) {
     if (std::strcmp(arguments[i], "--full") == 0) {
       full = true;
+    } else if (std::strcmp(arguments[i], "--one-in") == 0 && i + 1 < count) {
+      oneIn = std::max<std::uint64_t>(std::strtoull(arguments[++i], nullptr, 10), 1);
     } else if (std::strcmp(arguments[i], "--results") == 0 && i + 1 < count) {
       results = arguments[++i];
     } else {
@@ -86,7 +93,7 @@ int main(int count, char** arguments) {
   for (const Entry& entry : kSweeps) {
     if (!name.empty() && name != entry.name) continue;
     found = true;
-    good = RunSweep(entry, full, results, state) && good;
+    good = RunSweep(entry, full, oneIn, results, state) && good;
   }
   return found && good ? 0 : 1;
 }

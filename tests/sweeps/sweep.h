@@ -7,7 +7,8 @@
 // has a name, by which it can be tried again alone.
 class Sweep {
  public:
-  Sweep(std::string name, bool full, std::string only) : mName(std::move(name)), mFull(full), mOnly(std::move(only)) {}
+  Sweep(std::string name, bool full, std::uint64_t oneIn, std::string only)
+      : mName(std::move(name)), mFull(full), mOneIn(oneIn), mOnly(std::move(only)) {}
 
   // Whether this is the long run.
   bool full() const { return mFull; }
@@ -18,7 +19,7 @@ class Sweep {
 
   // Whether the state is to be tried; it counts then.
   bool tries(const std::string& state) {
-    if (!mOnly.empty() && state != mOnly) return false;
+    if (!mOnly.empty() ? state != mOnly : ++mSeen % mOneIn != 0) return false;
     ++mStates;
     return true;
   }
@@ -31,7 +32,9 @@ class Sweep {
  private:
   std::string mName;
   bool mFull;
+  std::uint64_t mOneIn;  // of so many states is tried
   std::string mOnly;
+  std::uint64_t mSeen = 0;
   std::uint64_t mStates = 0;
   std::uint64_t mFailures = 0;
 };
