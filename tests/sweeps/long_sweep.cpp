@@ -114,6 +114,16 @@ void Long(Sweep& sweep) {
     calls.keepOnlyHeaders();
     day("finished", MemoryFile().path(), true);
     day("cut", MemoryFile().path(), false);
+    // A repair reads little of what it repairs.
+    const MemoryFile file;
+    const std::string state = "read by a repair";
+    if (sweep.tries(state)) {
+      RecordDay(file.path(), tracks, false);
+      const std::uint64_t before = calls.bytesRead();
+      ZR_MP4_RepairFile(file.path().c_str(), ZR_TRUE);
+      const std::uint64_t read = calls.bytesRead() - before;
+      sweep.expect(state, read < RecordedFile(file.path()).size() / 100 ? "" : At("bytes:", read));
+    }
   }
   if (sweep.full()) day("on a disk", TempFile().path(), false);
 }

@@ -92,7 +92,9 @@ off64_t __wrap_lseek64(int fd, off64_t offset, int whence) {
 int __wrap_fstat64(int fd, struct stat64* status) { return Enter(nullptr, false) ? __real_fstat64(fd, status) : -1; }
 
 ssize_t __wrap_pread64(int fd, void* data, std::size_t size, off64_t at) {
-  return Enter(&size) ? __real_pread64(fd, data, size, at) : -1;
+  const ssize_t moved = Enter(&size) ? __real_pread64(fd, data, size, at) : -1;
+  if (tWatcher != nullptr && moved > 0) tWatcher->noteRead(static_cast<std::size_t>(moved));
+  return moved;
 }
 
 ssize_t __wrap_pwrite64(int fd, const void* data, std::size_t size, off64_t at) {

@@ -37,15 +37,18 @@ class SystemCalls {
   const std::vector<bool>& transfers() const { return mTransfers; }
 
   const std::vector<FileOperation>& operations() const { return mOperations; }
+  std::uint64_t bytesRead() const { return mBytesRead; }
 
   // For the wrappers: whether the call may go on; errno is set otherwise. length is what the call is to move; one that
   // never waits is not interrupted.
   bool enter(std::size_t* length, bool waits);
   void note(FileOperation operation) { mOperations.push_back(std::move(operation)); }
+  void noteRead(std::size_t bytes) { mBytesRead += bytes; }
 
  private:
   std::vector<FileOperation> mOperations;
   std::vector<bool> mTransfers;
+  std::uint64_t mBytesRead = 0;
   std::size_t mFailAt = static_cast<std::size_t>(-1);
   Fault mFault = Fault::kNone;
   bool mForGood = false;
