@@ -160,7 +160,7 @@ TEST_F(Repair, FramesBeyondTheReachOf32BitOffsetsAreDropped) {
     const std::uint32_t size = 0xFFFFFFF0;
     const std::uint64_t second = outcome.ends[0];
     for (std::size_t i = 0; i < 4; ++i) data[second + 16 + i] = static_cast<std::uint8_t>(size >> (24 - 8 * i));
-    file.set(data, second + 20, size);
+    file.set(data, second + 20);
     const std::uint64_t third = second + 20 + size;
     ASSERT_EQ(pwrite(file.descriptor(), &data[outcome.ends[1]], 90, static_cast<off_t>(third)), 90);
     ASSERT_EQ(repair(true), 0u);
