@@ -108,12 +108,3 @@ inline void GetPayload(ZR_MP4_HANDLE file, const std::string& path, std::size_t 
   if (ZR_MP4_GetAtom(file, path.c_str(), &box) != 0) return;
   Require(box.u32DataLen == length && box.aszType[4] == '\0', "another box the second time");
 }
-
-// What the independent reader finds wrong, but for the end of reserved space: a free box has no room in less than its
-// header.
-inline std::string ProblemOf(const RecordedFile& file) {
-  const std::string problem = file.problem();
-  const bool noRoom = problem.find("bytes at the end of FILE") != std::string::npos ||
-                      (problem.find("free at") == 0 && problem.find("smaller") != std::string::npos);
-  return noRoom ? "" : problem;
-}

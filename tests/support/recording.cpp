@@ -408,3 +408,10 @@ std::string RecordedFile::problemIn(const TrackView& track) const {
   }
   return "";
 }
+
+std::string ProblemOf(const RecordedFile& file) {
+  const std::string problem = file.problem();
+  const bool noRoom = problem.find("bytes at the end of FILE") != std::string::npos ||
+                      (problem.find("free at") == 0 && problem.find("smaller") != std::string::npos);
+  return noRoom ? "" : problem;
+}

@@ -149,3 +149,6 @@ class RecordedFile {
   int mFile;
   Box mRoot;
 };
+
+// What is wrong with a file, but for the end of reserved space: a free box has no room in less than its header.
+std::string ProblemOf(const RecordedFile& file);

@@ -377,7 +377,7 @@ std::string Model::problemAfter(std::size_t calls) {
   const Outcome outcome = Play(mSession, file.path(), calls, true);
   if (outcome.status != 0) return "status " + std::to_string(outcome.status);
   const RecordedFile recorded(file.path());
-  const std::string problem = recorded.problem();
+  const std::string problem = ProblemOf(recorded);
   if (!problem.empty()) return problem;
   const std::vector<TrackView> tracks = recorded.tracks();
   if (tracks.size() != mSession.tracks.size()) return std::to_string(tracks.size()) + " tracks";

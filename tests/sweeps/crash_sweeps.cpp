@@ -30,12 +30,14 @@ std::vector<FileOperation> OperationsOf(const Session& session) {
   return calls.operations();
 }
 
-// Where a write may be torn: nothing of it, a little, a sector, a page.
-std::vector<std::size_t> TearsOf(const FileOperation& operation) {
-  std::vector<std::size_t> tears;
-  for (const std::size_t tear : {0, 1, 7, 512, 4096}) {
-    if (tear == 0 || (operation.kind == FileOperation::kWrite && tear < operation.bytes.size())) tears.push_back(tear);
+// Where a write may be torn: nothing of it, a little, a sector, a page, or every so many bytes.
+std::set<std::size_t> TearsOf(const FileOperation& operation, std::size_t step = kAll) {
+  std::set<std::size_t> tears = {0};
+  if (operation.kind != FileOperation::kWrite) return tears;
+  for (const std::size_t tear : {1, 7, 512, 4096}) {
+    if (tear < operation.bytes.size()) tears.insert(tear);
   }
+  for (std::size_t tear = 0; tear < operation.bytes.size() && step != kAll; tear += step) tears.insert(tear);
   return tears;
 }
 
@@ -114,6 +116,10 @@ class Judge {
   std::string differenceOfCoded(std::uint64_t end, bool extraFrames) {
     Data judged = mRepaired;
     for (const Record& record : model.records()) {
+      if (record.offset >= end) break;
+      // A box that lost its path is passed over, and a header that lost its length is that of an empty frame.
+      const std::uint64_t kept = record.kind == "user" ? record.size : 20;
+      if (!sameBytes(record.offset, std::min(record.offset + kept, end))) return problemBehind(record.offset, end);
       if (record.kind != "frame" || isCoded(record) || record.offset + record.size > end) continue;
       std::copy_n(model.whole().begin() + static_cast<long>(record.offset) + 20, record.size - 20,
                   judged.begin() + static_cast<long>(record.offset) + 20);
@@ -122,10 +128,14 @@ class Judge {
   }
 
   std::string problemBehind(std::uint64_t sure, std::uint64_t end) {
-    const auto start = static_cast<long>(model.mediaStart());
-    const bool same = std::equal(mRepaired.begin() + start, mRepaired.begin() + static_cast<long>(std::min(sure, end)),
-                                 model.whole().begin() + start);
+    const bool same = sameBytes(model.mediaStart(), std::min(sure, end));
     return same ? RecordedFile(mFile.path()).problem() : "media data differs";
+  }
+
+  bool sameBytes(std::uint64_t from, std::uint64_t to) const {
+    const Data& whole = model.whole();
+    return to <= from || std::equal(whole.begin() + static_cast<long>(from), whole.begin() + static_cast<long>(to),
+                                    mRepaired.begin() + static_cast<long>(from));
   }
 
   std::string again(bool extraFrames) {
@@ -167,7 +177,7 @@ void TornWrites(Sweep& sweep) {
     Data file;
     const std::vector<FileOperation> operations = OperationsOf(session);
     for (std::size_t i = 0; i < operations.size(); ++i) {
-      for (const std::size_t tear : TearsOf(operations[i])) {
+      for (const std::size_t tear : TearsOf(operations[i], sweep.choose<std::size_t>(kAll, 4))) {
         Data crashed = file;
         Apply(crashed, operations[i], tear);
         const std::uint64_t cut = std::min(crashed.size(), judge.model.whole().size());
