@@ -1,0 +1,472 @@
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <sstream>
+
+#include "box/child_types.h"
+#include "box/mdat_atom.h"
+#include "box/stsd_atom.h"
+#include "box/track_boxes.h"
+#include "engine/mp4_file.h"
+#include "tests/support/bytes.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/parameter_set_bytes.h"
+#include "tests/support/session.h"
+#include "tests/support/short_stream.h"
+#include "zr_mp4_ext.h"
+
+// Runs the texts of tests/cases: commands behind ">", and below each what came of it when somebody looked at it. With
+// ZRMP4_REWRITE=1 in the environment what comes of them now is written in its place, to be looked at in its turn.
+// tests/cases/README.md tells the commands.
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+std::string Hex(const Data& data, std::size_t from = 0, std::size_t count = ~std::size_t{0}) {
+  std::string text;
+  char digits[3];
+  for (std::size_t i = from; i < data.size() && i - from < count; ++i) {
+    std::snprintf(digits, sizeof(digits), "%02x", data[i]);
+    text += (i - from) % 4 == 0 && i != from ? " " : "";
+    text += digits;
+  }
+  return text;
+}
+
+std::uint64_t Hash(const Data& data) {  // FNV-1a
+  std::uint64_t hash = 0xcbf29ce484222325;
+  for (const std::uint8_t byte : data) hash = (hash ^ byte) * 0x100000001b3;
+  return hash;
+}
+
+// Words are apart by blanks, but those inside quotation marks. A bracket that closes bytes stands alone.
+Words Split(const std::string& line) {
+  Words words;
+  std::string word;
+  bool quoted = false;
+  for (const char c : line + " ") {
+    quoted ^= c == '"';
+    if ((c == ']' || c == ')') && !quoted && word.find('[') == std::string::npos && !word.empty()) {
+      words.push_back(word);
+      word.clear();
+    }
+    if (c != ' ' || quoted) {
+      word += c;
+    } else if (!word.empty()) {
+      words.push_back(word);
+      word.clear();
+    }
+  }
+  return words;
+}
+
+class Script {
+ public:
+  // The text with what comes of its commands.
+  std::string run(const std::string& text) {
+    mOut.str("");
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+      if (line.empty() || line[0] == '#') {
+        mOut << line << '\n';
+      } else if (line[0] == '>') {
+        mOut << line << '\n';
+        command(line.substr(1));
+      }
+    }
+    return mOut.str();
+  }
+
+ private:
+  void command(const std::string& line) {
+    mWords = Split(line);
+    mAt = 0;
+    const std::string name = next();
+    const auto found = kCommands.find(name);
+    if (found == kCommands.end()) {
+      mOut << "no such command\n";
+      return;
+    }
+    LogCapture::clear();
+    found->second(*this);
+    for (const LogCapture::Line& logged : LogCapture::lines()) {
+      if (logged.text.rfind("version: ", 0) != 0) mOut << Told(logged) << '\n';
+    }
+  }
+
+  // Words of the command ------------------------------------------------------------------------------------------------
+
+  bool more() const { return mAt < mWords.size(); }
+  std::string next() { return more() ? mWords[mAt++] : ""; }
+  std::uint64_t nextNumber() { return std::stoull(next(), nullptr, 0); }
+  // Takes a word away from wherever it stands.
+  bool flag(const std::string& name) {
+    const auto found = std::find(mWords.begin() + static_cast<long>(mAt), mWords.end(), name);
+    if (found == mWords.end()) return false;
+    mWords.erase(found);
+    return true;
+  }
+  // The same of name=value.
+  bool value(const std::string& name, std::string* text) {
+    for (std::size_t i = mAt; i < mWords.size(); ++i) {
+      if (mWords[i].rfind(name + "=", 0) != 0) continue;
+      *text = mWords[i].substr(name.size() + 1);
+      mWords.erase(mWords.begin() + static_cast<long>(i));
+      return true;
+    }
+    return false;
+  }
+  template <typename Number>
+  void set(const char* name, Number& number) {
+    std::string text;
+    if (!value(name, &text)) return;
+    number = std::is_floating_point_v<Number> ? static_cast<Number>(std::stod(text))
+                                              : static_cast<Number>(std::stoll(text, nullptr, 0));
+  }
+  template <std::size_t kSize>
+  void setText(const char* name, char (&field)[kSize]) {
+    std::string text;
+    if (!value(name, &text)) return;
+    const Data data = term(text);
+    std::memset(field, 0, kSize);
+    std::memcpy(field, data.data(), std::min(data.size(), kSize));
+  }
+
+  // Bytes up to the end of the command or of a bracket.
+  Data bytes() {
+    Data all;
+    while (more()) {
+      const std::string word = next();
+      if (word[0] == ']' || word[0] == ')') {
+        mClosed = word;
+        break;
+      }
+      const Data data = word[0] == '[' ? box(word.substr(1)) : word == "(" ? group() : term(word);
+      all.insert(all.end(), data.begin(), data.end());
+    }
+    return all;
+  }
+  Data box(const std::string& type) {
+    const Data payload = bytes();
+    return Bytes().be32(8 + payload.size()).type(type.c_str()).add(payload).data();
+  }
+  Data group() {
+    const Data one = bytes();
+    return repeated(one, mClosed.substr(1));
+  }
+  static Data repeated(const Data& one, const std::string& times) {
+    Data all;
+    const std::size_t count = times.empty() ? 1 : std::stoull(times.substr(1));
+    for (std::size_t i = 0; i < count; ++i) all.insert(all.end(), one.begin(), one.end());
+    return all;
+  }
+  // Hexadecimal digits, "text", $name, b:bits or a number as d8:, d16:, d32: or d64:; with *N so many times.
+  Data term(const std::string& word) {
+    const std::size_t star = word.rfind('*');
+    if (star != std::string::npos && word.back() != '"') return repeated(term(word.substr(0, star)), word.substr(star));
+    if (word[0] == '"') return {word.begin() + 1, word.end() - 1};
+    if (word[0] == '$') return mNames.at(word.substr(1));
+    if (word.rfind("b:", 0) == 0) return FromBits(word.substr(2));
+    if (word[0] == 'd' && word.find(':') != std::string::npos) {
+      const std::uint64_t number = std::stoull(word.substr(word.find(':') + 1), nullptr, 0);
+      Bytes all;
+      for (int bits = std::stoi(word.substr(1)); bits > 0; bits -= 8) all.u8(number >> (bits - 8));
+      return all;
+    }
+    Data data;
+    for (std::size_t i = 0; i + 1 < word.size(); i += 2) {
+      data.push_back(static_cast<std::uint8_t>(std::stoul(word.substr(i, 2), nullptr, 16)));
+    }
+    return data;
+  }
+
+  // What commands print ------------------------------------------------------------------------------------------------
+
+  static std::string Quoted(std::string text) {
+    for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2) text.replace(at, 1, "\\n");
+    return '"' + text + '"';
+  }
+  static std::string Told(const LogCapture::Line& line) {
+    return line.module + " " + std::to_string(line.level) + " " + Quoted(line.text);
+  }
+  void answer(ZR_U32 status) {
+    if (status != 0) mOut << ZR_MP4_StatusName(status) << '\n';
+  }
+  static std::string Tree(const zrmp4::Atom& box) {
+    std::string text;
+    for (const zrmp4::Atom* child = box.firstChild(); child != nullptr; child = child->nextSibling()) {
+      const std::string below = Tree(*child);
+      text += (text.empty() ? "" : " ") + child->type() + (below.empty() ? "" : "(" + below + ")");
+    }
+    return text;
+  }
+  // Boxes with their bytes; the times of day are left out, and of media data all but a hash.
+  void print(const RecordedFile& file, const Box& box, std::size_t depth) {
+    mOut << std::string(2 * depth, ' ') << box.type << ' ' << box.size;
+    const std::uint64_t end = box.children.empty() ? box.end() : box.children.front().offset;
+    Data own = file.bytes(box.payload(), end - box.payload());
+    std::string hex = box.type == "mdat" || box.type == "free" ? "" : Hex(own);
+    if (box.type == "mdat" && box.size > 16) mOut << " hash " << std::hex << Hash(own) << std::dec;
+    if (box.type == "mvhd" || box.type == "tkhd" || box.type == "mdhd") {
+      const std::size_t times = own[0] == 1 ? 36 : 18;
+      hex = Hex(own, 0, 4) + " " + std::string(times - 1, '.') + hex.substr(std::min(hex.size(), 8 + times));
+    }
+    for (std::size_t at = 0; at < hex.size(); at += kHexLine) {
+      mOut << (hex.size() > kHexLine ? "\n" + std::string(2 * depth + 2, ' ') : " ") << hex.substr(at, kHexLine - 1);
+    }
+    mOut << '\n';
+    for (const Box& child : box.children) print(file, child, depth + 1);
+  }
+  // What a tree read from these bytes is, what is logged of it, and what it is written as if that differs.
+  std::string readBack(const Data& data) {
+    LogCapture::clear();
+    ShortStream in(data), out;
+    zrmp4::MP4File file;
+    std::string text = file.Read(&in) == 0 ? Tree(file) : "failed";
+    if (file.writeChildren(&out) != 0 || out.data() != data) text += ", written as " + Hex(out.data());
+    for (const LogCapture::Line& line : LogCapture::lines()) text += '\n' + Told(line);
+    LogCapture::clear();
+    return text;
+  }
+
+  // The commands -------------------------------------------------------------------------------------------------------
+
+  void let() {
+    const std::string name = next();
+    mNames[name] = bytes();
+  }
+  void read() { mOut << readBack(bytes()) << '\n'; }
+  // Reads and writes the boxes with a stream that breaks after 0, 1, 2 ... bytes, and tells how often each message came.
+  void breaks() {
+    const Data data = bytes();
+    ShortStream whole(data);
+    zrmp4::MP4File written;
+    EXPECT_EQ(written.Read(&whole), 0);
+    std::map<std::string, int> messages;
+    for (std::size_t n = 0; n < data.size(); ++n) {
+      LogCapture::clear();
+      ShortStream in(data, n), out({}, n);
+      zrmp4::MP4File read;
+      read.Read(&in);
+      EXPECT_EQ(written.writeChildren(&out), -1) << n;
+      for (const LogCapture::Line& line : LogCapture::lines()) {
+        ++messages[line.module == "IO" ? "IO" : Quoted(line.text)];
+      }
+    }
+    LogCapture::clear();
+    for (const auto& [message, count] : messages) mOut << count << " times " << message << '\n';
+  }
+  void setFile() {
+    const Data data = bytes();
+    mFile.set(data, data.size());
+  }
+  // A number, or a place in a box: "moov/mvhd+12".
+  std::uint64_t place(const std::string& text) {
+    if (std::isdigit(text[0])) return std::stoull(text, nullptr, 0);
+    const std::size_t plus = std::min(text.find('+'), text.size());
+    const RecordedFile file(mFile.path());
+    const Box* box = file.find(text.substr(0, plus));
+    EXPECT_NE(box, nullptr) << text;
+    return (box != nullptr ? box->offset : 0) + (plus < text.size() ? std::stoull(text.substr(plus), nullptr, 0) : 0);
+  }
+  void patch() {
+    const std::uint64_t at = place(next());
+    const Data data = bytes();
+    EXPECT_EQ(pwrite(mFile.descriptor(), data.data(), data.size(), static_cast<off_t>(at)),
+              static_cast<ssize_t>(data.size()));
+  }
+  void resize() { EXPECT_EQ(ftruncate(mFile.descriptor(), static_cast<off_t>(place(next()))), 0); }
+
+  void create(zrMP4_CONFIG_S config) {
+    setText("name", config.aszFileName);
+    set("type", config.enConfigType);
+    set("buffer", config.enConfigType == ZR_MP4_CONFIG_DEMUXER ? config.stDemuxerConfig.u32VBufSize
+                                                               : config.stMuxerConfig.u32VBufSize);
+    set("prealloc", config.stMuxerConfig.u32PreAllocUnit);
+    set("unit", config.stMuxerConfig.u32BackupUnit);
+    set("profile", config.stMuxerConfig.enFormatProfile);
+    if (flag("co64")) config.stMuxerConfig.bCo64Flag = ZR_TRUE;
+    if (flag("constant")) config.stMuxerConfig.bConstantRate = ZR_TRUE;
+    mTracks.clear();
+    mMuxer.reset();
+    LogCapture::clear();
+    mMuxer = std::make_unique<Muxer>(config);
+    answer(mMuxer->status());
+  }
+  void muxer() { create(MuxerConfig(mFile.path())); }
+  void reader() { create(DemuxerConfig(mFile.path())); }
+  void track() {
+    const std::string kind = next();
+    zrMP4_TRACK_INFO_S info = kind == "video" ? VideoTrack() : kind == "audio" ? AudioTrack() : MetaTrack();
+    set("kind", info.enTrackType);
+    set("scale", info.u32TimeScale);
+    set("speed", info.fSpeed);
+    setText("name", info.aszHdlrName);
+    if (kind == "video") {
+      set("width", info.stVideoInfo.u32Width), set("height", info.stVideoInfo.u32Height);
+      set("rate", info.stVideoInfo.u32BitRate), set("frames", info.stVideoInfo.u32FrameRate);
+      set("codec", info.stVideoInfo.enCodecID);
+    } else if (kind == "audio") {
+      set("channels", info.stAudioInfo.u32Channels), set("rate", info.stAudioInfo.u32SampleRate);
+      set("samples", info.stAudioInfo.u32SamplePerFrame), set("bits", info.stAudioInfo.u16SampleSize);
+      set("codec", info.stAudioInfo.enCodecID);
+    } else {
+      set("frames", info.stMetaInfo.u32FrameRate), set("codec", info.stMetaInfo.enCodecID);
+    }
+    const ZR_MP4_TRACK_HANDLE handle = mMuxer->add(info);
+    if (handle != 0) mTracks.push_back(handle);
+    answer(mMuxer->status());
+  }
+  ZR_MP4_TRACK_HANDLE handleOf(std::size_t number) const { return number <= mTracks.size() ? mTracks[number - 1] : 8; }
+  // Track, times that commas separate, bytes.
+  void frame() {
+    const ZR_MP4_TRACK_HANDLE track = handleOf(nextNumber());
+    std::istringstream times(next());
+    const bool key = flag("key");
+    const Data data = bytes();
+    for (std::string time; std::getline(times, time, ',');) {
+      answer(mMuxer->write(track, data, std::stoull(time), key));
+    }
+  }
+  void add() {
+    const std::string path = next(), type = next();
+    answer(mMuxer->addBox(path.c_str(), type.c_str(), bytes()));
+  }
+  void finish() { answer(mMuxer->finish(flag("drop") ? DropDuration : nullptr)); }
+  void close() { answer(mMuxer->destroy()); }
+  void repair() { answer(ZR_MP4_RepairFile(mFile.path().c_str(), flag("extra"))); }
+
+  void info() {
+    zrMP4_FILE_INFO_S file = {};
+    answer(ZR_MP4_GetFileInfo(mMuxer->handle(), &file));
+    mOut << "duration " << file.u32Duration << " name " << file.aszHdlrName << " co64 " << file.bCo64Flag << " tracks "
+         << file.u32TrackNum << " unit " << file.u32BackupUnit << '\n';
+    for (ZR_U32 i = 0; i <= file.u32TrackNum; ++i) {
+      zrMP4_TRACK_INFO_S track = {};
+      ZR_MP4_TRACK_HANDLE handle = 0;
+      const ZR_U32 status = ZR_MP4_GetTrackByIndex(mMuxer->handle(), i, &track, &handle);
+      answer(status);
+      if (status != 0) continue;
+      mOut << "kind " << track.enTrackType << " scale " << track.u32TimeScale << " speed " << track.fSpeed << " name "
+           << track.aszHdlrName << ':';
+      const auto fields = {track.stVideoInfo.u32Width, track.stVideoInfo.u32Height, track.stVideoInfo.u32BitRate,
+                           track.stVideoInfo.u32FrameRate, static_cast<ZR_U32>(track.stVideoInfo.enCodecID)};
+      for (const ZR_U32 field : fields) mOut << ' ' << field;
+      mOut << '\n';
+    }
+  }
+  void get() {
+    const std::string path = next();
+    ZR_U32 room = 4096;
+    set("room", room);
+    Data payload(room);
+    zrMP4_ATOM_INFO_S box = {room, "", room != 0 ? payload.data() : nullptr};
+    const ZR_U32 status = ZR_MP4_GetAtom(mMuxer->handle(), path.c_str(), &box);
+    answer(status);
+    if (status == 0 || box.u32DataLen != room) mOut << box.aszType << ' ' << box.u32DataLen;
+    mOut << (status == 0 ? ": " + Hex(payload, 0, box.u32DataLen) + "\n" : "\n");
+  }
+  void boxes() {
+    const std::string path = next();
+    const RecordedFile file(mFile.path());
+    const Box* box = path.empty() ? nullptr : file.find(path);
+    if (box != nullptr) return print(file, *box, 0);
+    for (const Box& child : file.root().children) print(file, child, 0);
+    const std::string problem = file.problem();
+    if (!problem.empty()) mOut << "problem: " << problem << '\n';
+  }
+  void records() {
+    for (const Record& record : RecordedFile(mFile.path()).records()) {
+      mOut << record.kind << ' ' << record.offset << '+' << record.size << " track " << record.trackId << " key "
+           << record.key << " pts " << record.pts << '\n';
+    }
+  }
+  void samples() {
+    const RecordedFile file(mFile.path());
+    for (const TrackView& track : file.tracks()) {
+      mOut << "track " << track.id << " duration " << track.duration << ':';
+      for (const Sample& sample : track.samples) {
+        mOut << ' ' << sample.offset << '+' << sample.size << (sample.sync ? "k" : "") << '/' << sample.duration;
+      }
+      mOut << '\n';
+    }
+  }
+  void dump() {
+    testing::internal::CaptureStdout();
+    auto* engine = reinterpret_cast<zrmp4::MP4File*>(mMuxer->handle());
+    answer(static_cast<ZR_U32>(engine->Dump(engine->stream(), 0)));
+    mOut << testing::internal::GetCapturedStdout();
+  }
+
+  static ZR_U32 DropDuration(ZR_MP4_HANDLE, ZR_U32, ZR_U64* duration) {
+    *duration = 0;
+    return 0;
+  }
+
+  static constexpr std::size_t kHexLine = 108;
+  static const std::map<std::string, std::function<void(Script&)>> kCommands;
+
+  std::ostringstream mOut;
+  Words mWords;
+  std::size_t mAt = 0;
+  std::string mClosed;
+  std::map<std::string, Data> mNames;
+  LogCapture mLog;
+  MemoryFile mFile;
+  std::unique_ptr<Muxer> mMuxer;
+  std::vector<ZR_MP4_TRACK_HANDLE> mTracks;
+};
+
+const std::map<std::string, std::function<void(Script&)>> Script::kCommands = {
+    {"let", &Script::let},       {"read", &Script::read},     {"breaks", &Script::breaks}, {"file", &Script::setFile}, {"patch", &Script::patch},
+    {"resize", &Script::resize}, {"muxer", &Script::muxer},   {"reader", &Script::reader}, {"track", &Script::track},
+    {"frame", &Script::frame},   {"add", &Script::add},       {"finish", &Script::finish}, {"close", &Script::close},
+    {"repair", &Script::repair}, {"info", &Script::info},     {"get", &Script::get},       {"boxes", &Script::boxes},
+    {"records", &Script::records}, {"samples", &Script::samples}, {"dump", &Script::dump},
+};
+
+std::string Text(const std::filesystem::path& path) {
+  std::ifstream in(path);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+class Cases : public testing::TestWithParam<std::string> {};
+
+TEST_P(Cases, ComeToWhatTheySay) {
+  const std::filesystem::path path = std::filesystem::path(ZRMP4_SOURCE_DIR "/tests/cases") / GetParam();
+  const std::string expected = Text(path);
+  Script script;
+  script.run(Text(path.parent_path() / "names"));
+  const std::string found = script.run(expected);
+  if (std::getenv("ZRMP4_REWRITE") != nullptr) {
+    std::ofstream(path) << found;
+    return;
+  }
+  std::istringstream was(expected), is(found);
+  std::string wanted, got;
+  for (int line = 1; std::getline(was, wanted) && std::getline(is, got); ++line) {
+    ASSERT_EQ(got, wanted) << "line " << line;
+  }
+  EXPECT_EQ(found.size(), expected.size());
+}
+
+std::vector<std::string> Names() {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(ZRMP4_SOURCE_DIR "/tests/cases")) {
+    if (entry.path().extension() == ".txt") names.push_back(entry.path().filename());
+  }
+  return names;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Cases, testing::ValuesIn(Names()), [](const auto& test) {
+  return test.param.substr(0, test.param.size() - 4);
+});
+
+}  // namespace
