@@ -101,7 +101,7 @@ class Script {
     }
   }
 
-  // Words of the command ------------------------------------------------------------------------------------------------
+  // Words of the command ----------------------------------------------------------------------------------------------
 
   bool more() const { return mAt < mWords.size(); }
   std::string next() { return more() ? mWords[mAt++] : ""; }
@@ -187,7 +187,7 @@ class Script {
     return data;
   }
 
-  // What commands print ------------------------------------------------------------------------------------------------
+  // What commands print -----------------------------------------------------------------------------------------------
 
   static std::string Quoted(std::string text) {
     for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2) text.replace(at, 1, "\\n");
@@ -236,14 +236,14 @@ class Script {
     return text;
   }
 
-  // The commands -------------------------------------------------------------------------------------------------------
+  // The commands ------------------------------------------------------------------------------------------------------
 
   void let() {
     const std::string name = next();
     mNames[name] = bytes();
   }
   void read() { mOut << readBack(bytes()) << '\n'; }
-  // Reads and writes the boxes with a stream that breaks after 0, 1, 2 ... bytes, and tells how often each message came.
+  // Reads and writes boxes with a stream that breaks after 0, 1, 2 ... bytes, and tells how often each message came.
   void breaks() {
     const Data data = bytes();
     ShortStream whole(data);
@@ -425,11 +425,11 @@ class Script {
 };
 
 const std::map<std::string, std::function<void(Script&)>> Script::kCommands = {
-    {"let", &Script::let},       {"read", &Script::read},     {"breaks", &Script::breaks}, {"file", &Script::setFile}, {"patch", &Script::patch},
-    {"resize", &Script::resize}, {"muxer", &Script::muxer},   {"reader", &Script::reader}, {"track", &Script::track},
-    {"frame", &Script::frame},   {"add", &Script::add},       {"finish", &Script::finish}, {"close", &Script::close},
-    {"repair", &Script::repair}, {"info", &Script::info},     {"get", &Script::get},       {"boxes", &Script::boxes},
-    {"records", &Script::records}, {"samples", &Script::samples}, {"dump", &Script::dump},
+    {"let", &Script::let}, {"read", &Script::read}, {"breaks", &Script::breaks}, {"file", &Script::setFile},
+    {"patch", &Script::patch}, {"resize", &Script::resize}, {"muxer", &Script::muxer}, {"reader", &Script::reader},
+    {"track", &Script::track}, {"frame", &Script::frame}, {"add", &Script::add}, {"finish", &Script::finish},
+    {"close", &Script::close}, {"repair", &Script::repair}, {"info", &Script::info}, {"get", &Script::get},
+    {"boxes", &Script::boxes}, {"records", &Script::records}, {"samples", &Script::samples}, {"dump", &Script::dump},
 };
 
 std::string Text(const std::filesystem::path& path) {
