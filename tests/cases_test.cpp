@@ -14,6 +14,7 @@
 #include "box/stsd_atom.h"
 #include "box/track_boxes.h"
 #include "engine/mp4_file.h"
+#include "tests/support/alloc_faults.h"
 #include "tests/support/bytes.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/parameter_set_bytes.h"
@@ -46,7 +47,7 @@ std::uint64_t Hash(const Data& data) {  // FNV-1a
   return hash;
 }
 
-// Words are apart by blanks, but those inside quotation marks. A bracket that closes bytes stands alone.
+// Words are apart by blanks, but those inside quotation marks. A bracket that closes bytes and a semicolon stand alone.
 Words Split(const std::string& line) {
   Words words;
   std::string word;
@@ -57,12 +58,10 @@ Words Split(const std::string& line) {
       words.push_back(word);
       word.clear();
     }
-    if (c != ' ' || quoted) {
-      word += c;
-    } else if (!word.empty()) {
-      words.push_back(word);
-      word.clear();
-    }
+    const bool ends = !quoted && (c == ' ' || c == ';');
+    if (!ends) word += c;
+    if (ends && !word.empty()) words.push_back(word), word.clear();
+    if (ends && c == ';') words.push_back(";");
   }
   return words;
 }
@@ -78,16 +77,24 @@ class Script {
         mOut << line << '\n';
       } else if (line[0] == '>') {
         mOut << line << '\n';
-        command(line.substr(1));
+        commands(line.substr(1));
       }
     }
     return mOut.str();
   }
 
  private:
-  void command(const std::string& line) {
-    mWords = Split(line);
-    mAt = 0;
+  void commands(const std::string& line) {
+    const Words words = Split(line);
+    for (auto at = words.begin(); at < words.end();) {
+      const auto end = std::find(at, words.end(), ";");
+      mWords.assign(at, end);
+      mAt = 0;
+      command();
+      at = end + (end != words.end());
+    }
+  }
+  void command() {
     const std::string name = next();
     const auto found = kCommands.find(name);
     if (found == kCommands.end()) {
@@ -96,6 +103,7 @@ class Script {
     }
     LogCapture::clear();
     found->second(*this);
+    if (more()) mOut << "not understood: " << next() << '\n';
     for (const LogCapture::Line& logged : LogCapture::lines()) {
       if (logged.text.rfind("version: ", 0) != 0) mOut << Told(logged) << '\n';
     }
@@ -173,7 +181,7 @@ class Script {
     if (star != std::string::npos && word.back() != '"') return repeated(term(word.substr(0, star)), word.substr(star));
     if (word[0] == '"') return {word.begin() + 1, word.end() - 1};
     if (word[0] == '$') return mNames.at(word.substr(1));
-    if (word.rfind("b:", 0) == 0) return FromBits(word.substr(2));
+    if (word.rfind("b:", 0) == 0) return FromBits(bitsOf(word.substr(2)));
     if (word[0] == 'd' && word.find(':') != std::string::npos) {
       const std::uint64_t number = std::stoull(word.substr(word.find(':') + 1), nullptr, 0);
       Bytes all;
@@ -185,6 +193,17 @@ class Script {
       data.push_back(static_cast<std::uint8_t>(std::stoul(word.substr(i, 2), nullptr, 16)));
     }
     return data;
+  }
+
+  // Bits of words as they are now: 0110, $name, and so many times with *N.
+  std::string bitsOf(const std::string& text) const {
+    std::string all;
+    for (const std::string& word : Split(text)) {
+      const std::size_t star = word.find('*');
+      const std::string one = word[0] == '$' ? bitsOf(mBits.at(word.substr(1, star - 1))) : word.substr(0, star);
+      all += Times(star != std::string::npos ? std::stoul(word.substr(star + 1)) : 1, one);
+    }
+    return all;
   }
 
   // What commands print -----------------------------------------------------------------------------------------------
@@ -229,7 +248,13 @@ class Script {
     LogCapture::clear();
     ShortStream in(data), out;
     zrmp4::MP4File file;
-    std::string text = file.Read(&in) == 0 ? Tree(file) : "failed";
+    int status;
+    {
+      const AllocFaults watch;
+      status = file.Read(&in);
+    }
+    std::string text = status == 0 ? Tree(file) : "failed";
+    if (AllocFaults::largest() > 1024 + 16 * data.size()) text += ", taking much memory";
     if (file.writeChildren(&out) != 0 || out.data() != data) text += ", written as " + Hex(out.data());
     for (const LogCapture::Line& line : LogCapture::lines()) text += '\n' + Told(line);
     LogCapture::clear();
@@ -241,6 +266,11 @@ class Script {
   void let() {
     const std::string name = next();
     mNames[name] = bytes();
+  }
+  void bits() {
+    const std::string name = next();
+    mBits[name].clear();
+    while (more()) mBits[name] += next() + " ";
   }
   void read() { mOut << readBack(bytes()) << '\n'; }
   // Reads and writes boxes with a stream that breaks after 0, 1, 2 ... bytes, and tells how often each message came.
@@ -418,6 +448,7 @@ class Script {
   std::size_t mAt = 0;
   std::string mClosed;
   std::map<std::string, Data> mNames;
+  std::map<std::string, std::string> mBits;  // the words, so that they may name bits that change later
   LogCapture mLog;
   MemoryFile mFile;
   std::unique_ptr<Muxer> mMuxer;
@@ -425,11 +456,12 @@ class Script {
 };
 
 const std::map<std::string, std::function<void(Script&)>> Script::kCommands = {
-    {"let", &Script::let}, {"read", &Script::read}, {"breaks", &Script::breaks}, {"file", &Script::setFile},
-    {"patch", &Script::patch}, {"resize", &Script::resize}, {"muxer", &Script::muxer}, {"reader", &Script::reader},
-    {"track", &Script::track}, {"frame", &Script::frame}, {"add", &Script::add}, {"finish", &Script::finish},
-    {"close", &Script::close}, {"repair", &Script::repair}, {"info", &Script::info}, {"get", &Script::get},
-    {"boxes", &Script::boxes}, {"records", &Script::records}, {"samples", &Script::samples}, {"dump", &Script::dump},
+    {"let", &Script::let}, {"bits", &Script::bits}, {"read", &Script::read}, {"breaks", &Script::breaks},
+    {"file", &Script::setFile}, {"patch", &Script::patch}, {"resize", &Script::resize}, {"muxer", &Script::muxer},
+    {"reader", &Script::reader}, {"track", &Script::track}, {"frame", &Script::frame}, {"add", &Script::add},
+    {"finish", &Script::finish}, {"close", &Script::close}, {"repair", &Script::repair}, {"info", &Script::info},
+    {"get", &Script::get}, {"boxes", &Script::boxes}, {"records", &Script::records}, {"samples", &Script::samples},
+    {"dump", &Script::dump},
 };
 
 std::string Text(const std::filesystem::path& path) {
