@@ -94,7 +94,9 @@ ZR_U32 MP4File::SettleTrack(Track* track, ZR_U32 movieTimeScale) {
   if (trak->timeScale() != 0) duration = duration * movieTimeScale / trak->timeScale();
   trak->setTkhdDuration(duration);
   if (trak->trakType() == TrakAtom::TRAK_VIDEO) mMovieDuration = duration;
-  if (trak->codecType() == TrakAtom::CODEC_AAC || trak->codecType() == TrakAtom::CODEC_MP3) {
+  // A metadata track may be described with any codec.
+  const bool isAudio = trak->trakType() == TrakAtom::TRAK_AUDIO;
+  if (isAudio && (trak->codecType() == TrakAtom::CODEC_AAC || trak->codecType() == TrakAtom::CODEC_MP3)) {
     auto* esds = trak->Find<EsdsAtom>("mdia/minf/stbl/stsd/mp4a/esds");
     if (esds == nullptr) return ZR_FAIL(ZR_ERR_MP4_WRITE_TAIL, "write moov get esds of mp4a fail\n");
     esds->setBitrates(track->AvgBitrate(), track->AvgBitrate());

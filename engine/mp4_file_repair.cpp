@@ -29,7 +29,10 @@ Table* TableOf(StblAtom* stbl, const char* type) {
 }
 
 // Sound and data that are not coded may well hold pages of zeros.
-bool IsCoded(const Track& track) { return track.trak()->codecType() < TrakAtom::CODEC_RESERVED; }
+bool IsCoded(const Track& track) {
+  const TrakAtom* trak = track.trak();
+  return trak->trakType() != TrakAtom::TRAK_META && trak->codecType() < TrakAtom::CODEC_RESERVED;
+}
 
 // Whether groups, those of tracks beyond the configuration among them, make up the box to its end, where the records
 // go on.
