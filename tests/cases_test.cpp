@@ -55,10 +55,8 @@ Words Split(const std::string& line) {
   bool quoted = false;
   for (const char c : line + " ") {
     quoted ^= c == '"';
-    if ((c == ']' || c == ')') && !quoted && word.find('[') == std::string::npos && !word.empty()) {
-      words.push_back(word);
-      word.clear();
-    }
+    const bool closes = (c == ']' && word.rfind('[') + 1 <= 1) || (c == ')' && word.find('(') == std::string::npos);
+    if (closes && !quoted && !word.empty()) words.push_back(word), word.clear();
     const bool ends = !quoted && (c == ' ' || c == ';');
     if (!ends) word += c;
     if (ends && !word.empty()) words.push_back(word), word.clear();
@@ -168,12 +166,20 @@ class Script {
     return all;
   }
   Data box(const std::string& type) {
-    const Data payload = bytes();
-    return Bytes().be32(8 + payload.size()).type(type.c_str()).add(payload).data();
+    const std::size_t slash = type.find('/');
+    const Data payload = slash != std::string::npos ? box(type.substr(slash + 1)) : bytes();
+    return Bytes().be32(8 + payload.size()).type(type.substr(0, slash).c_str()).add(payload).data();
   }
+  // As often as its end says, and read anew each time because of what it may count.
   Data group() {
-    const Data one = bytes();
-    return repeated(one, mClosed.substr(1));
+    const std::size_t from = mAt;
+    Data all = bytes();
+    for (std::size_t left = mClosed.size() > 2 ? std::stoull(mClosed.substr(2)) : 1; left > 1; --left) {
+      mAt = from;
+      const Data again = bytes();
+      all.insert(all.end(), again.begin(), again.end());
+    }
+    return all;
   }
   static Data repeated(const Data& one, const std::string& times) {
     Data all;
@@ -186,6 +192,7 @@ class Script {
     const std::size_t star = word.rfind('*');
     if (star != std::string::npos && word.back() != '"') return repeated(term(word.substr(0, star)), word.substr(star));
     if (word[0] == '"') return {word.begin() + 1, word.end() - 1};
+    if (word == "#") return Bytes().be16(0x8000u | ++mCounted).data();
     if (word[0] == '$') return mNames.at(word.substr(1));
     if (word.rfind("b:", 0) == 0) return FromBits(bitsOf(word.substr(2)));
     if (word[0] == 'd' && word.find(':') != std::string::npos) {
@@ -265,7 +272,14 @@ class Script {
     }
     std::string text = status == 0 ? Tree(file) : "failed";
     if (AllocFaults::largest() > 1024 + 16 * data.size()) text += ", taking much memory";
-    if (file.writeChildren(&out) != 0 || out.data() != data) text += ", written as " + Hex(out.data());
+    if (file.writeChildren(&out) != 0 || out.data() != data) {
+      const Data& written = out.data();
+      const std::size_t most = std::min(data.size(), written.size());
+      std::size_t same = 0;
+      while (same < most && written[same] == data[same]) ++same;
+      text += ", written up to " + std::to_string(same);
+      if (same < written.size()) text += ", then " + Hex(written, same);
+    }
     for (const LogCapture::Line& line : LogCapture::lines()) text += '\n' + Told(line);
     LogCapture::clear();
     return text;
@@ -380,6 +394,7 @@ class Script {
       set("samples", info.stAudioInfo.u32SamplePerFrame), set("bits", info.stAudioInfo.u16SampleSize);
       set("codec", info.stAudioInfo.enCodecID);
     } else {
+      set("width", info.stMetaInfo.u32Width), set("height", info.stMetaInfo.u32Height);
       set("frames", info.stMetaInfo.u32FrameRate), set("codec", info.stMetaInfo.enCodecID);
     }
     const ZR_MP4_TRACK_HANDLE handle = mMuxer->add(info);
@@ -479,6 +494,7 @@ class Script {
   }
   zrmp4::MP4File& engine() { return *reinterpret_cast<zrmp4::MP4File*>(mMuxer->handle()); }
   void dump() {
+    if (mMuxer->handle() == 0) return answer(ZR_ERR_MP4_HANDLE_INVALID);
     testing::internal::CaptureStdout();
     answer(static_cast<ZR_U32>(engine().Dump(engine().stream(), 0)));
     mOut << testing::internal::GetCapturedStdout();
@@ -496,6 +512,7 @@ class Script {
   Words mWords;
   std::size_t mAt = 0;
   std::string mClosed;
+  unsigned mCounted = 0;
   std::map<std::string, Data> mNames;
   std::map<std::string, std::string> mBits;  // the words, so that they may name bits that change later
   LogCapture mLog;
