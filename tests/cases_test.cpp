@@ -472,6 +472,8 @@ class Script {
     const RecordedFile file(mFile.path());
     const Box* box = path.empty() ? nullptr : file.find(path);
     if (box != nullptr) return print(file, *box, 0);
+    if (!path.empty()) mOut << "no " << path << '\n';
+    if (!path.empty()) return;
     for (const Box& child : file.root().children) print(file, child, 0);
     printProblem(file);
   }
