@@ -336,7 +336,12 @@ class Script {
     EXPECT_EQ(pwrite(mFile.descriptor(), data.data(), data.size(), static_cast<off_t>(at)),
               static_cast<ssize_t>(data.size()));
   }
-  void keep() { mNames[next()] = mFile.bytes(); }
+  void keep() {
+    Data& kept = mNames[next()];
+    const RecordedFile file(mFile.path());
+    const Box* box = more() ? file.find(next()) : &file.root();
+    if (box != nullptr) kept = file.bytes(box->offset, box->size);
+  }
   void same() {
     const Data now = mFile.bytes(), &then = mNames.at(next());
     const auto at = std::mismatch(now.begin(), now.end(), then.begin(), then.end()).first - now.begin();
