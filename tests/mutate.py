@@ -8,6 +8,7 @@ stopped goes on where it was. --quick leaves out the sweeps, --survivors tries t
 mutants are spread evenly over the files that write recordings, take snapshots, join and repair them.
 """
 import argparse
+import collections
 import glob
 import json
 import os
@@ -38,11 +39,20 @@ STATEMENT = re.compile(r"^\s+(?!return|break|case|default|using|static_assert|ZR
 LOGGING = re.compile(r"(ZR_NOTE|ZR_FAIL|ZR_IO_FAIL|LogNullArgument|LogTrackArgument|printf)\(.*")
 
 
+def text_of(path):
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+def write(path, text, mode="w"):
+    with open(path, mode, encoding="utf-8") as file:
+        file.write(text)
+
+
 def mutants_of(path):
     """(line number, new line) for everything that can be changed."""
     found = []
-    with open(os.path.join(ROOT, path), encoding="utf-8") as source:
-        lines = source.read().split("\n")
+    lines = text_of(os.path.join(ROOT, path)).split("\n")
     for number, line in enumerate(lines):
         code = re.sub(r"//.*", "", LOGGING.sub("", line))  # what is said about it does not count
         code = re.sub(r'"(\\.|[^"])*"', lambda text: "\0" * len(text.group()), code)
@@ -72,13 +82,13 @@ def choose(count, seed):
     chosen, used = [], set()
     while len(chosen) < count and any(pools.values()):
         for path, pool in pools.items():
-            while pool:
+            while pool and len(chosen) < count:
                 number, line = pool.pop()
                 if (path, number) not in used:
                     used.add((path, number))
                     chosen.append((path, number, line))
                     break
-    return chosen[:count]
+    return chosen
 
 
 class Workshop:
@@ -89,16 +99,14 @@ class Workshop:
         shutil.copytree(ROOT, self.tree, ignore=shutil.ignore_patterns(".git", "build*"))
         for path in sources():  # a run that was stopped leaves one of them compiled with its change
             os.utime(os.path.join(self.tree, path))
-        subprocess.run(["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
-                        "-DCMAKE_CXX_FLAGS=-O1", "-DZRMP4_BUILD_TOOLS=OFF"], check=True, stdout=subprocess.DEVNULL)
+        self.call(["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
+                   "-DCMAKE_CXX_FLAGS=-O1", "-DZRMP4_BUILD_TOOLS=OFF"])
         if not self.compiles():
             sys.exit("the library does not build as it is")
-        tests = os.path.join(self.build, "tests", "zrmp4_tests")
-        report = os.path.join(folder, "times.json")
-        self.run([tests, "--gtest_output=json:" + report], 1000)
-        with open(report, encoding="utf-8") as times:
-            slow = [f"{suite['name']}.{test['name']}" for suite in json.load(times)["testsuites"]
-                    for test in suite["testsuite"] if float(test["time"].rstrip("s")) > 0.5]
+        tests, report = os.path.join(self.build, "tests", "zrmp4_tests"), os.path.join(folder, "times.json")
+        self.call([tests, "--gtest_output=json:" + report], 1000)
+        slow = [f"{suite['name']}.{test['name']}" for suite in json.loads(text_of(report))["testsuites"]
+                for test in suite["testsuite"] if float(test["time"].rstrip("s")) > 0.5]
         self.steps = {"quick tests": [tests, "--gtest_fail_fast", "--gtest_filter=-" + ":".join(slow)]}
         self.steps.update((name, [tests, "--gtest_filter=" + name]) for name in slow)
         if not quick:
@@ -106,18 +114,16 @@ class Workshop:
         self.limits = {}
         for name, step in self.steps.items():
             before = resource.getrusage(resource.RUSAGE_CHILDREN)
-            if not self.run(step, 1000):
+            if not self.call(step, 1000):
                 sys.exit("fails as it is: " + name)
             after = resource.getrusage(resource.RUSAGE_CHILDREN)
-            used = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
-            self.limits[name] = int(10 + 4 * used)
+            self.limits[name] = int(10 + 4 * sum(after[:2]) - 4 * sum(before[:2]))
 
     def compiles(self):
-        return subprocess.run(["cmake", "--build", self.build, "-j", "1", "--target", *TARGETS],
-                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+        return self.call(["cmake", "--build", self.build, "-j", "1", "--target", *TARGETS])
 
-    def run(self, command, seconds):
-        """Whether it ends well within so many seconds of processor time, whatever else the machine does."""
+    def call(self, command, seconds=None):
+        """Whether it ends well, within so many seconds of processor time whatever else the machine does."""
         def limit():
             resource.setrlimit(resource.RLIMIT_CPU, (seconds, seconds))
             resource.setrlimit(resource.RLIMIT_AS, (8 << 30, 8 << 30))
@@ -125,8 +131,9 @@ class Workshop:
         os.makedirs(self.scratch, exist_ok=True)
         try:
             return subprocess.run(command, cwd=self.scratch, env={**os.environ, "TMPDIR": self.scratch},
-                                  preexec_fn=limit, timeout=60 + 20 * seconds, stdin=subprocess.DEVNULL,
-                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+                                  preexec_fn=limit if seconds else None, timeout=60 + 20 * seconds if seconds else None,
+                                  stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.DEVNULL).returncode == 0
         except subprocess.TimeoutExpired:
             return False
         finally:
@@ -134,56 +141,45 @@ class Workshop:
 
     def judge(self, path, number, line):
         target = os.path.join(self.tree, path)
-        with open(target, encoding="utf-8") as source:
-            original = source.read()
+        original = text_of(target)
         lines = original.split("\n")
         lines[number] = line
         try:
-            with open(target, "w", encoding="utf-8") as source:
-                source.write("\n".join(lines))
+            write(target, "\n".join(lines))
             if not self.compiles():
                 return "not compiled", ""
-            for name, step in self.steps.items():
-                if not self.run(step, self.limits[name]):
-                    return "killed", name
-            return "survived", ""
+            by = next((name for name, step in self.steps.items() if not self.call(step, self.limits[name])), "")
+            return "killed" if by else "survived", by
         finally:
-            with open(target, "w", encoding="utf-8") as source:
-                source.write(original)
+            write(target, original)
 
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("folder")
-    parser.add_argument("--count", type=int, default=160)
-    parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--quick", action="store_true")
-    parser.add_argument("--survivors", action="store_true")
+    parser.add_argument("folder", type=os.path.abspath)
+    for name, default in ("--count", 160), ("--seed", 1):
+        parser.add_argument(name, type=int, default=default)
+    for name in "--quick", "--survivors":
+        parser.add_argument(name, action="store_true")
     options = parser.parse_args()
-    folder = os.path.abspath(options.folder)
-    os.makedirs(folder, exist_ok=True)
-    results_path = os.path.join(folder, "results.jsonl")
-    results = {}
-    if os.path.exists(results_path):
-        with open(results_path, encoding="utf-8") as lines:
-            results = {one["mutant"]: one for one in map(json.loads, lines)}
+    os.makedirs(options.folder, exist_ok=True)
+    results_path = os.path.join(options.folder, "results.jsonl")
+    known = map(json.loads, text_of(results_path).splitlines() if os.path.exists(results_path) else ())
+    results = {one["mutant"]: one for one in known}
     workshop = None
     for path, number, line in choose(options.count, options.seed):
         mutant = f"{path}:{number + 1}: {line.strip()}"
-        known = results.get(mutant, {}).get("result")
-        if known == "survived" and options.survivors or known is None:
-            workshop = workshop or Workshop(folder, options.quick)
+        if mutant not in results or results[mutant]["result"] == "survived" and options.survivors:
+            workshop = workshop or Workshop(options.folder, options.quick)
             started = time.time()
             result, by = workshop.judge(path, number, line)
             results[mutant] = {"mutant": mutant, "result": result, "by": by, "seconds": round(time.time() - started)}
-            with open(results_path, "a", encoding="utf-8") as lines:
-                lines.write(json.dumps(results[mutant]) + "\n")
+            write(results_path, json.dumps(results[mutant]) + "\n", "a")
             print(f"{result} {mutant}" + (f" ({by})" if by else ""), flush=True)
-    killed, survived, broken = ([mutant for mutant, one in results.items() if one["result"] == kind]
-                                for kind in ("killed", "survived", "not compiled"))
-    print(f"{len(results)} mutants, {len(broken)} not compiled,"
-          f" {len(killed)} of {len(killed) + len(survived)} killed")
-    print("\n".join("survived " + mutant for mutant in survived))
+    counts = collections.Counter(one["result"] for one in results.values())
+    print(f"{len(results)} mutants, {counts['not compiled']} not compiled,"
+          f" {counts['killed']} of {counts['killed'] + counts['survived']} killed")
+    print("\n".join("survived " + mutant for mutant, one in results.items() if one["result"] == "survived"))
 
 
 if __name__ == "__main__":
