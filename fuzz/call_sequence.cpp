@@ -78,16 +78,12 @@ class Caller {
   }
 
   // One that is or was live, or none at all.
-  ZR_MP4_HANDLE handle() {
+  template <typename Handle>
+  Handle oneOf(const std::vector<Handle>& handles) {
     const unsigned which = mIn.byte();
-    if (mHandles.empty() || which >= 0xF8) return which & 7u;
-    return mHandles[mHandles.size() - 1 - which % mHandles.size()];
+    return handles.empty() || which >= 0xF8 ? which & 7u : handles[handles.size() - 1 - which % handles.size()];
   }
-  ZR_MP4_TRACK_HANDLE track() {
-    const unsigned which = mIn.byte();
-    if (mTracks.empty() || which >= 0xF8) return which & 7u;
-    return mTracks[mTracks.size() - 1 - which % mTracks.size()];
-  }
+  ZR_MP4_HANDLE handle() { return oneOf(mHandles); }
 
   void createTrack() {
     const unsigned kind = mIn.byte();
@@ -119,7 +115,7 @@ class Caller {
     mTime += flags & 1u ? mIn.number(8) : 33333;
     const zrMP4_FRAME_DATA_S info = {mTime, size == 0 ? nullptr : data.data(), size, flags >> 1 & 1u};
     const ZR_MP4_HANDLE file = handle();
-    ZR_MP4_WriteFrame(file, track(), flags == 0xFF ? nullptr : &info);
+    ZR_MP4_WriteFrame(file, oneOf(mTracks), flags == 0xFF ? nullptr : &info);
   }
 
   std::string path() {

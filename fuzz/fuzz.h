@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 
 #include "tests/support/session.h"
@@ -26,6 +29,22 @@ extern "C" std::size_t __sanitizer_get_allocated_size(const volatile void* memor
 // What the fuzz targets share. Each target is one source file, so that this may define what a program has once.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+#if defined(ZRMP4_REPLAY)
+// Where there is no fuzzer, the target runs over the files of a folder: FOLDER.
+int main(int argc, char** argv) {
+  if (argc != 2 || std::freopen("/dev/null", "w", stdout) == nullptr) return 2;
+  int count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
+    std::fprintf(stderr, "%s\n", entry.path().filename().c_str());  // the last one named is the one that fails
+    std::ifstream file(entry.path(), std::ios::binary);
+    const Data bytes{std::istreambuf_iterator<char>(file), {}};
+    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+    ++count;
+  }
+  return count > 0 ? 0 : 1;
+}
+#endif
 
 // Messages are put together, so that their arguments are looked at, and not printed.
 extern "C" void ZR_LOG_Printf(const char*, int, const char* pszFormat, ...) {

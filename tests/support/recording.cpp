@@ -67,32 +67,33 @@ zrMP4_CONFIG_S DemuxerConfig(const std::string& path) {
   return config;
 }
 
-zrMP4_TRACK_INFO_S VideoTrack(zrMP4_CODECID_E codec) {
+namespace {
+
+zrMP4_TRACK_INFO_S TrackOf(zrMP4_TRACK_TYPE_E type, ZR_U32 timeScale, const char* handler) {
   zrMP4_TRACK_INFO_S track = {};
-  track.enTrackType = ZR_MP4_TRACK_VIDEO;
-  track.u32TimeScale = 120000;
+  track.enTrackType = type;
+  track.u32TimeScale = timeScale;
   track.fSpeed = 1.0f;
-  std::strcpy(track.aszHdlrName, "VideoHandler");
+  std::strcpy(track.aszHdlrName, handler);
+  return track;
+}
+
+}  // namespace
+
+zrMP4_TRACK_INFO_S VideoTrack(zrMP4_CODECID_E codec) {
+  zrMP4_TRACK_INFO_S track = TrackOf(ZR_MP4_TRACK_VIDEO, 120000, "VideoHandler");
   track.stVideoInfo = {640, 360, 1000000, 25, codec};
   return track;
 }
 
 zrMP4_TRACK_INFO_S AudioTrack(zrMP4_CODECID_E codec) {
-  zrMP4_TRACK_INFO_S track = {};
-  track.enTrackType = ZR_MP4_TRACK_AUDIO;
-  track.u32TimeScale = 48000;
-  track.fSpeed = 1.0f;
-  std::strcpy(track.aszHdlrName, "SoundHandler");
+  zrMP4_TRACK_INFO_S track = TrackOf(ZR_MP4_TRACK_AUDIO, 48000, "SoundHandler");
   track.stAudioInfo = {1, 48000, 1024, 16, codec};
   return track;
 }
 
 zrMP4_TRACK_INFO_S MetaTrack() {
-  zrMP4_TRACK_INFO_S track = {};
-  track.enTrackType = ZR_MP4_TRACK_META;
-  track.u32TimeScale = 90000;
-  track.fSpeed = 1.0f;
-  std::strcpy(track.aszHdlrName, "MetaHandler");
+  zrMP4_TRACK_INFO_S track = TrackOf(ZR_MP4_TRACK_META, 90000, "MetaHandler");
   track.stMetaInfo = {0, 0, 25, ZR_MP4_CODEC_META, 0};
   return track;
 }
@@ -181,7 +182,7 @@ std::string RecordedFile::text(std::uint64_t offset, std::size_t length) const {
   return {data.begin(), data.end()};
 }
 
-Box RecordedFile::readBox(std::uint64_t offset, std::uint64_t end) const {
+Box RecordedFile::readBox(std::uint64_t offset, std::uint64_t end) {
   Box box = {text(offset + 4, 4), offset, 8, number(offset, 4), {}};
   if (box.size == 1) {
     box.headerSize = 16;
@@ -194,14 +195,20 @@ Box RecordedFile::readBox(std::uint64_t offset, std::uint64_t end) const {
 }
 
 // Stops at the first thing that cannot be a box.
-void RecordedFile::readChildren(Box& parent, std::uint64_t from) const {
-  for (std::uint64_t at = from; at + 8 <= parent.end();) {
-    Box child = readBox(at, parent.end());
+void RecordedFile::readChildren(Box& parent, std::uint64_t from) {
+  std::uint64_t at = from;
+  const auto note = [&](const std::string& problem) {
+    if (mProblem.empty()) mProblem = problem;
+  };
+  while (at + 8 <= parent.end()) {
+    const Box child = readBox(at, parent.end());
+    parent.children.push_back(child);
+    const std::string name = child.type + " at " + std::to_string(at);
+    if (child.size < child.headerSize) return note(name + " is smaller than its header");
+    if (child.end() > parent.end()) return note(name + " goes beyond " + parent.type);
     at = child.end();
-    const bool whole = child.size >= child.headerSize && at <= parent.end();
-    parent.children.push_back(std::move(child));
-    if (!whole) break;
   }
+  if (at != parent.end()) note(std::to_string(parent.end() - at) + " bytes at the end of " + parent.type);
 }
 
 std::string RecordedFile::outline() const {
@@ -310,6 +317,7 @@ std::vector<Record> RecordedFile::records() const {
   const bool finished = mdat->size > mdat->headerSize && mdat->end() <= size();
   const std::uint64_t end = finished ? mdat->end() : size();
   std::uint64_t unit = 0;
+  const auto nextUnit = [&](std::uint64_t at) { return (at / unit + 1) * unit; };
   for (std::uint64_t at = mdat->payload(); at + kRecordHeader <= end;) {
     const std::string type = text(at + 4, 4);
     if (type == "vemo" || (type == "tbgp" && unit != 0 && at % unit == 0)) {
@@ -325,7 +333,7 @@ std::vector<Record> RecordedFile::records() const {
       if (record.trackId == 0) {
         if (record.size == kRecordHeader) {  // padding, or space that was only reserved
           if (unit == 0) break;
-          at = (at / unit + 1) * unit;
+          at = nextUnit(at);
           continue;
         }
         record.kind = "user";
@@ -340,7 +348,7 @@ std::vector<Record> RecordedFile::records() const {
     // Less than a header may be left of the padding.
     if (unit != 0 && at % unit > unit - kRecordHeader &&
         number(at, static_cast<int>(std::min<std::uint64_t>(unit - at % unit, 8))) == 0) {
-      at = (at / unit + 1) * unit;
+      at = nextUnit(at);
     }
   }
   return records;
@@ -353,30 +361,13 @@ int RecordedFile::count(const std::string& kind) const {
 }
 
 std::string RecordedFile::problem() const {
-  const std::string boxes = problemIn(mRoot, 0);
-  if (!boxes.empty()) return boxes;
+  if (!mProblem.empty()) return mProblem;
   if (find("moov/mvhd") == nullptr) return "no movie header";
   for (const TrackView& track : tracks()) {
     const std::string wrong = problemIn(track);
     if (!wrong.empty()) return "track " + std::to_string(track.id) + ": " + wrong;
   }
   return "";
-}
-
-std::string RecordedFile::problemIn(const Box& parent, std::uint64_t from) const {
-  std::uint64_t at = from;
-  for (const Box& box : parent.children) {
-    const std::string name = box.type + " at " + std::to_string(box.offset);
-    if (box.size < box.headerSize) return name + " is smaller than its header";
-    if (box.end() > parent.end()) return name + " goes beyond " + parent.type;
-    const int children = ChildrenAt(box.type);
-    if (children >= 0) {
-      const std::string wrong = problemIn(box, box.payload() + static_cast<std::uint64_t>(children));
-      if (!wrong.empty()) return wrong;
-    }
-    at = box.end();
-  }
-  return at == parent.end() ? "" : std::to_string(parent.end() - at) + " bytes at the end of " + parent.type;
 }
 
 std::string RecordedFile::problemIn(const TrackView& track) const {

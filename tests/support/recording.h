@@ -130,7 +130,6 @@ class RecordedFile {
   std::string outline() const;
   // "moov/trak[1]/mdia/mdhd", or null.
   const Box* find(const std::string& path) const;
-  Tables tables(const Box& stbl) const;
   std::vector<TrackView> tracks() const;
   // What stands in the media data of a recording with backups, up to its end or to where the file was cut.
   std::vector<Record> records() const;
@@ -141,12 +140,13 @@ class RecordedFile {
   std::string problem() const;
 
  private:
-  Box readBox(std::uint64_t offset, std::uint64_t end) const;
-  void readChildren(Box& parent, std::uint64_t from) const;
-  std::string problemIn(const Box& parent, std::uint64_t from) const;
+  Box readBox(std::uint64_t offset, std::uint64_t end);
+  void readChildren(Box& parent, std::uint64_t from);
+  Tables tables(const Box& stbl) const;
   std::string problemIn(const TrackView& track) const;
 
   int mFile;
+  std::string mProblem;  // the first with the boxes
   Box mRoot;
 };
 

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "tests/support/session.h"
+#include "tests/sweeps/questions.h"
 #include "tests/sweeps/sweep.h"
 #include "tests/sweeps/system_calls.h"
 
@@ -44,7 +45,7 @@ std::set<std::size_t> TearsOf(const FileOperation& operation, std::size_t step =
 // Repairs files, and holds them against what was recorded.
 class Judge {
  public:
-  explicit Judge(const Session& session) : mSession(session), model(session) {}
+  explicit Judge(const Session& recorded) : session(recorded), model(recorded) {}
 
   // A file that holds all of the recording up to the cut.
   std::string exact(const Data& crashed, std::uint64_t cut, bool extraFrames) {
@@ -87,29 +88,25 @@ class Judge {
     const ZR_U32 status = repair(crashed, extraFrames);
     if (status != 0) return documented(status) && mRepaired == crashed ? "" : "status " + std::to_string(status);
     if (mRepaired == crashed && model.mediaEnd(crashed) == model.whole().size()) return "";
-    const std::string problem = RecordedFile(mFile.path()).problem();
+    const std::string problem = RecordedFile(file.path()).problem();
     if (!problem.empty()) return problem;
     const auto start = static_cast<long>(model.mediaStart());
     const std::uint64_t end = model.mediaEnd(mRepaired);
-    const bool same = end <= crashed.size() && std::equal(mRepaired.begin() + start,
-                                                          mRepaired.begin() + static_cast<long>(end),
-                                                          crashed.begin() + start);
+    const bool same =
+        end <= crashed.size() &&
+        std::equal(mRepaired.begin() + start, mRepaired.begin() + static_cast<long>(end), crashed.begin() + start);
     return same ? again(extraFrames) : "media data was changed";
   }
 
-  MemoryFile& file() { return mFile; }
-
- private:
-  const Session& mSession;
-
- public:
+  const Session& session;
   Model model;
+  MemoryFile file;
 
  private:
   ZR_U32 repair(const Data& crashed, bool extraFrames) {
-    mFile.set(crashed, crashed.size());
-    const ZR_U32 status = ZR_MP4_RepairFile(mFile.path().c_str(), extraFrames);
-    mRepaired = mFile.bytes();
+    file.set(crashed, crashed.size());
+    const ZR_U32 status = ZR_MP4_RepairFile(file.path().c_str(), extraFrames);
+    mRepaired = file.bytes();
     return status;
   }
 
@@ -129,7 +126,7 @@ class Judge {
 
   std::string problemBehind(std::uint64_t sure, std::uint64_t end) {
     const bool same = sameBytes(model.mediaStart(), std::min(sure, end));
-    return same ? RecordedFile(mFile.path()).problem() : "media data differs";
+    return same ? RecordedFile(file.path()).problem() : "media data differs";
   }
 
   bool sameBytes(std::uint64_t from, std::uint64_t to) const {
@@ -139,7 +136,7 @@ class Judge {
   }
 
   std::string again(bool extraFrames) {
-    const bool same = ZR_MP4_RepairFile(mFile.path().c_str(), extraFrames) == 0 && mFile.bytes() == mRepaired;
+    const bool same = ZR_MP4_RepairFile(file.path().c_str(), extraFrames) == 0 && file.bytes() == mRepaired;
     return same ? "" : "a second repair changed the file";
   }
 
@@ -149,24 +146,21 @@ class Judge {
   }
 
   bool isCoded(const Record& record) const {
-    const zrMP4_TRACK_INFO_S& track = mSession.tracks[record.trackId - 1];
+    const zrMP4_TRACK_INFO_S& track = session.tracks[record.trackId - 1];
     return track.enTrackType == ZR_MP4_TRACK_VIDEO ||
            (track.enTrackType == ZR_MP4_TRACK_AUDIO && track.stAudioInfo.enCodecID <= ZR_MP4_CODEC_MP3);
   }
 
-  MemoryFile mFile;
   Data mRepaired;
 };
 
 template <typename Check>
 void Try(Sweep& sweep, const Session& session, const std::string& where, Check check) {
   for (const bool extraFrames : {false, true}) {
-    const std::string state = session.name + ", " + where + (extraFrames ? ", extra frames" : "");
-    if (sweep.tries(state)) sweep.expect(state, check(extraFrames));
+    sweep.attempt(session.name + ", " + where + (extraFrames ? ", extra frames" : ""),
+                  [&] { return check(extraFrames); });
   }
 }
-
-std::string At(const char* what, std::size_t number) { return std::string(what) + " " + std::to_string(number); }
 
 }  // namespace
 
@@ -204,8 +198,7 @@ void CutInReservedSpace(Sweep& sweep, const Session& session, Judge& judge) {
   for (std::size_t cut = 0; cut < judge.model.whole().size(); cut += sweep.choose(5u, 1u)) {
     if (judge.model.keptCalls(cut, true) == 0) continue;
     for (const std::size_t zeros : {300, 700, 9000}) {
-      const std::string state = session.name + At(", cut", cut) + At(", zeros", zeros);
-      if (sweep.tries(state)) sweep.expect(state, judge.reserved(cut, zeros));
+      sweep.attempt(session.name + At(", cut", cut) + At(", zeros", zeros), [&] { return judge.reserved(cut, zeros); });
     }
   }
 }
@@ -217,22 +210,21 @@ void EveryByte(Sweep& sweep) {
     Judge judge(session);
     // What repairs are held against is a good file itself.
     for (std::size_t calls = 0; calls <= session.calls.size(); calls += calls < 8 ? 1 : sweep.choose(13, 1)) {
-      const std::string state = session.name + At(", finished after call", calls);
-      if (sweep.tries(state)) sweep.expect(state, judge.model.problemAfter(calls));
+      sweep.attempt(session.name + At(", finished after call", calls), [&] { return judge.model.problemAfter(calls); });
     }
     const Data& whole = judge.model.whole();
     const std::vector<std::uint64_t> boundaries = judge.model.boundaries();
     for (std::size_t cut = 0; cut <= whole.size(); ++cut) {
       if (cut % sweep.choose(37u, 1u) != 0 && !IsClose(boundaries, cut)) continue;
       const Data crashed(whole.begin(), whole.begin() + static_cast<long>(cut));
-      Try(sweep, session, At("cut", cut),
-          [&](bool extraFrames) { return judge.exact(crashed, cut, extraFrames); });
+      Try(sweep, session, At("cut", cut), [&](bool extraFrames) { return judge.exact(crashed, cut, extraFrames); });
     }
     if (session.telling) CutInReservedSpace(sweep, session, judge);
   }
 }
 
-// Lost pages -----------------------------------------------------------------------------------------------------------
+// Lost pages
+// -----------------------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -346,60 +338,47 @@ void LostPages(Sweep& sweep) {
   unsetenv("ZR_MP4_SYNC");
 }
 
-// Cut repairs ----------------------------------------------------------------------------------------------------------
+// Cut repairs
+// ----------------------------------------------------------------------------------------------------------
 
 namespace {
 
-class RepairCuts {
- public:
-  RepairCuts(Sweep& sweep, const Session& session) : mSweep(sweep), mSession(session), mJudge(session) {}
-
-  // Repairs a file, cuts the repair after every write, and does the same to what comes of it, so many times.
-  void run(const Data& crashed, std::uint64_t cut, bool extraFrames, int depth, const std::string& where) {
-    std::vector<FileOperation> operations;
-    {
-      mJudge.file().set(crashed, crashed.size());
-      const SystemCalls calls;
-      ZR_MP4_RepairFile(mJudge.file().path().c_str(), extraFrames);
-      operations = calls.operations();
-    }
-    Data file = crashed;
-    for (std::size_t i = 0; i < operations.size(); ++i) {
-      for (const std::size_t tear : TearsOf(operations[i])) {
-        Data again = file;
-        Apply(again, operations[i], tear);
-        const std::string state = where + At(", call", i) + At(" torn at", tear);
-        if (mSweep.tries(state)) mSweep.expect(state, mJudge.exact(again, cut, extraFrames));
-        // What a first write left is met by the second repair as it was by the first.
-        if (depth > 1 && i + depth >= 2) run(again, cut, extraFrames, depth - 1, state);
-      }
-      Apply(file, operations[i]);
-    }
+// Repairs a file, cuts the repair after every write, and does the same to what comes of it, so many times.
+void CutRepairsOf(Sweep& sweep, Judge& judge, const Data& crashed, std::uint64_t cut, bool extraFrames, int depth,
+                  const std::string& where) {
+  std::vector<FileOperation> operations;
+  {
+    judge.file.set(crashed, crashed.size());
+    const SystemCalls calls;
+    ZR_MP4_RepairFile(judge.file.path().c_str(), extraFrames);
+    operations = calls.operations();
   }
-
-  const Data& whole() const { return mJudge.model.whole(); }
-  std::string name(std::size_t cut, bool extraFrames) const {
-    return mSession.name + At(", cut", cut) + (extraFrames ? ", extra frames" : "");
+  Data file = crashed;
+  for (std::size_t i = 0; i < operations.size(); ++i) {
+    for (const std::size_t tear : TearsOf(operations[i])) {
+      Data again = file;
+      Apply(again, operations[i], tear);
+      const std::string state = where + At(", call", i) + At(" torn at", tear);
+      sweep.attempt(state, [&] { return judge.exact(again, cut, extraFrames); });
+      // What a first write left is met by the second repair as it was by the first.
+      if (depth > 1 && i + depth >= 2) CutRepairsOf(sweep, judge, again, cut, extraFrames, depth - 1, state);
+    }
+    Apply(file, operations[i]);
   }
-
- private:
-  Sweep& mSweep;
-  const Session& mSession;
-  Judge mJudge;
-};
+}
 
 }  // namespace
 
 void CutRepair(Sweep& sweep) {
   for (const Session& session : Sessions()) {
-    RepairCuts cuts(sweep, session);
-    const std::size_t size = cuts.whole().size();
-    const std::size_t step = size / sweep.choose<std::size_t>(15, 40);
-    for (std::size_t cut = step; cut <= size; cut += step) {
-      const Data crashed(cuts.whole().begin(), cuts.whole().begin() + static_cast<long>(cut));
+    Judge judge(session);
+    const Data& whole = judge.model.whole();
+    const std::size_t step = whole.size() / sweep.choose<std::size_t>(15, 40);
+    for (std::size_t cut = step; cut <= whole.size(); cut += step) {
+      const Data crashed(whole.begin(), whole.begin() + static_cast<long>(cut));
       for (const bool extraFrames : {false, true}) {
-        const int depth = sweep.choose(1, cut % 8 == 0 ? 3 : 2);
-        cuts.run(crashed, cut, extraFrames, depth, cuts.name(cut, extraFrames));
+        CutRepairsOf(sweep, judge, crashed, cut, extraFrames, sweep.choose(1, cut % 8 == 0 ? 3 : 2),
+                     session.name + At(", cut", cut) + (extraFrames ? ", extra frames" : ""));
       }
     }
   }

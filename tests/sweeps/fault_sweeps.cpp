@@ -136,7 +136,7 @@ void Allocations(Sweep& sweep) {
         for (const Effect effect : {Effect::kOnce, Effect::kLasting}) {
           const std::string state = session.name + ", " + scenario.name + At(", allocation", n) +
                                     (effect == Effect::kOnce ? "" : " and on");
-          if (sweep.tries(state)) sweep.expect(state, fail(n, effect));
+          sweep.attempt(state, [&] { return fail(n, effect); });
         }
       }
     }
@@ -182,7 +182,7 @@ void SystemCallFaults(Sweep& sweep) {
         for (const NamedFault& fault : kFaults) {
           if (fault.fault == SystemCalls::Fault::kShort && !all[n]) continue;
           const std::string state = session.name + ", " + scenario.name + At(", call", n) + ", " + fault.name;
-          if (sweep.tries(state)) sweep.expect(state, fail(n, fault));
+          sweep.attempt(state, [&] { return fail(n, fault); });
         }
       }
     }
@@ -196,8 +196,7 @@ void FullDisk(Sweep& sweep) {
   for (std::size_t room = 4096; room < subject.size(); room += 4096) {
     const Cause cause = [=] { return std::make_shared<FullAt>(room); };
     const std::string state = At("room for", room);
-    if (sweep.tries(state)) sweep.expect(state, subject.record(cause, Effect::kLasting));
-    const std::string repairing = state + ", repair";
-    if (sweep.tries(repairing)) sweep.expect(repairing, subject.repair(room, cause, Effect::kLasting));
+    sweep.attempt(state, [&] { return subject.record(cause, Effect::kLasting); });
+    sweep.attempt(state + ", repair", [&] { return subject.repair(room, cause, Effect::kLasting); });
   }
 }

@@ -27,25 +27,22 @@ std::vector<Region> StructureOf(const RecordedFile& file) {
 class Flipped {
  public:
   Flipped(const Session& session, bool finished)
-      : mModel(session), mFile(Recorded(session, finished)), mQuestions(mFile->path()), mWhole(mFile->bytes()) {}
+      : mModel(session),
+        mOutcome(Play(session, mFile.path(), session.calls.size(), finished)),
+        mQuestions(mFile.path()),
+        mWhole(mFile.bytes()) {}
 
-  std::vector<Region> structure() const { return StructureOf(RecordedFile(mFile->path())); }
+  std::vector<Region> structure() const { return StructureOf(RecordedFile(mFile.path())); }
 
   std::string problemWith(std::uint64_t byte, int bit) {
     Data flipped = mWhole;
     flipped[byte] = static_cast<std::uint8_t>(flipped[byte] ^ 1u << bit);
-    mFile->set(flipped, flipped.size());
+    mFile.set(flipped, flipped.size());
     const std::string wrong = reading();
     return wrong.empty() ? repairing(flipped) : wrong;
   }
 
  private:
-  static std::unique_ptr<MemoryFile> Recorded(const Session& session, bool finished) {
-    auto file = std::make_unique<MemoryFile>();
-    Play(session, file->path(), session.calls.size(), finished);
-    return file;
-  }
-
   std::string reading() {
     for (const Answer& answer : mQuestions.ask([] { return std::make_shared<AllocFaults>(); })) {
       if (answer.status != 0 && !Documented(answer.status)) return At("read: status", answer.status);
@@ -54,14 +51,14 @@ class Flipped {
   }
 
   std::string repairing(const Data& flipped) {
-    const std::string path = mFile->path();
+    const std::string path = mFile.path();
     ZR_U32 status;
     {
       const AllocFaults watch;
       status = ZR_MP4_RepairFile(path.c_str(), ZR_TRUE);
     }
     if (status != 0 && !Documented(status)) return At("repaired: status", status);
-    const Data repaired = mFile->bytes();
+    const Data repaired = mFile.bytes();
     if (repaired == flipped) return memory("repaired");
     if (status != 0) return At("changed without success: status", status);
     const std::string problem = RecordedFile(path).problem();
@@ -72,18 +69,20 @@ class Flipped {
     if (!std::equal(repaired.begin() + start, repaired.begin() + end, flipped.begin() + start)) {
       return "media data was changed";
     }
-    const bool same = ZR_MP4_RepairFile(path.c_str(), ZR_TRUE) == 0 && mFile->bytes() == repaired;
+    const bool same = ZR_MP4_RepairFile(path.c_str(), ZR_TRUE) == 0 && mFile.bytes() == repaired;
     return same ? memory("repaired") : "a second repair changed the file";
   }
 
   // Beside the buffer of the repair.
   std::string memory(const char* doing) const {
-    return AllocFaults::largest() <= (1u << 20) + 4 * mWhole.size() ? ""
-           : std::string(doing) + At(": bytes at once", AllocFaults::largest());
+    return AllocFaults::largest() <= (1u << 20) + 4 * mWhole.size()
+               ? ""
+               : std::string(doing) + At(": bytes at once", AllocFaults::largest());
   }
 
   Model mModel;
-  std::unique_ptr<MemoryFile> mFile;
+  MemoryFile mFile;
+  Outcome mOutcome;
   Questions mQuestions;
   Data mWhole;
 };
@@ -100,7 +99,7 @@ void BitFlips(Sweep& sweep) {
           if (++number % sweep.choose(41u, 1u) != 0) continue;
           const std::string state = Sessions()[s].name + (finished ? ", finished" : ", cut") +
                                     At(", byte", offset + bit / 8) + At(", bit", bit % 8);
-          if (sweep.tries(state)) sweep.expect(state, file.problemWith(offset + bit / 8, static_cast<int>(bit % 8)));
+          sweep.attempt(state, [&] { return file.problemWith(offset + bit / 8, static_cast<int>(bit % 8)); });
         }
       }
     }

@@ -87,7 +87,6 @@ void Kills(Sweep& sweep) {
   std::minstd_rand random(1);
   for (unsigned i = 0; i < sweep.choose(100u, 10000u); ++i) {
     const auto life = static_cast<unsigned>(2000 + random() % 48000);
-    const std::string state = At("process", i) + At(", microseconds", life);
-    if (sweep.tries(state)) sweep.expect(state, victim.killed(life, random));
+    sweep.attempt(At("process", i) + At(", microseconds", life), [&] { return victim.killed(life, random); });
   }
 }

@@ -104,10 +104,11 @@ std::string ProblemOf(const std::string& path, const std::vector<DayTrack>& reco
 void Long(Sweep& sweep) {
   const std::vector<DayTrack> tracks = DayTracks();
   const auto day = [&](const std::string& state, const std::string& path, bool finish) {
-    if (!sweep.tries(state)) return;
-    const ZR_U32 status = RecordDay(path, tracks, finish);
-    const bool good = status == 0 && (finish || ZR_MP4_RepairFile(path.c_str(), ZR_TRUE) == 0);
-    sweep.expect(state, good ? ProblemOf(path, tracks) : At("status", status));
+    sweep.attempt(state, [&] {
+      const ZR_U32 status = RecordDay(path, tracks, finish);
+      const bool good = status == 0 && (finish || ZR_MP4_RepairFile(path.c_str(), ZR_TRUE) == 0);
+      return good ? ProblemOf(path, tracks) : At("status", status);
+    });
   };
   {
     SystemCalls calls;
@@ -116,14 +117,13 @@ void Long(Sweep& sweep) {
     day("cut", MemoryFile().path(), false);
     // A repair reads little of what it repairs.
     const MemoryFile file;
-    const std::string state = "read by a repair";
-    if (sweep.tries(state)) {
+    sweep.attempt("read by a repair", [&] {
       RecordDay(file.path(), tracks, false);
       const std::uint64_t before = calls.bytesRead();
       ZR_MP4_RepairFile(file.path().c_str(), ZR_TRUE);
       const std::uint64_t read = calls.bytesRead() - before;
-      sweep.expect(state, read < RecordedFile(file.path()).size() / 100 ? "" : At("bytes:", read));
-    }
+      return read < RecordedFile(file.path()).size() / 100 ? "" : At("bytes:", read);
+    });
   }
   if (sweep.full()) day("on a disk", TempFile().path(), false);
 }

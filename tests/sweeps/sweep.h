@@ -17,19 +17,20 @@ class Sweep {
     return mFull ? full : quick;
   }
 
-  // Whether the state is to be tried; it counts then.
-  bool tries(const std::string& state) {
-    if (!mOnly.empty() ? state != mOnly : ++mSeen % mOneIn != 0) return false;
+  // Tries a state if it is to be; check answers what is wrong with it, or nothing.
+  template <typename Check>
+  void attempt(const std::string& state, Check check) {
+    if (!mOnly.empty() ? state != mOnly : ++mSeen % mOneIn != 0) return;
     ++mStates;
-    return true;
+    expect(state, check());
   }
-  // Notes what is wrong with the state that was tried last; nothing when problem is empty.
-  void expect(const std::string& state, const std::string& problem);
 
   std::uint64_t states() const { return mStates; }
   std::uint64_t failures() const { return mFailures; }
 
  private:
+  void expect(const std::string& state, const std::string& problem);
+
   std::string mName;
   bool mFull;
   std::uint64_t mOneIn;  // of so many states is tried

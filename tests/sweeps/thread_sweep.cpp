@@ -106,8 +106,7 @@ void Threads(Sweep& sweep) {
     }
     for (std::thread& thread : threads) thread.join();
     for (std::size_t i = 0; i < problems.size(); ++i) {
-      const std::string state = At("round", round) + At(", handle", i);
-      if (sweep.tries(state)) sweep.expect(state, problems[i]);
+      sweep.attempt(At("round", round) + At(", handle", i), [&] { return problems[i]; });
     }
   }
 }
