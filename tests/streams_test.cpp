@@ -81,7 +81,7 @@ class Model {
         } else {
           ASSERT_EQ(file->seek(0, 2), 0);
           mPosition = size;
-          untilFull(*file, length);
+          untilFull(*file, largest);
         }
     }
     // Seeks that lead nowhere change nothing.
@@ -112,14 +112,14 @@ class Model {
 
   // Records of a header and a frame while the card has room. The one that fails is dropped; those before it are in the
   // file, wherever the buffer had them, and later ones follow them.
-  void untilFull(FileIOStream& file, std::size_t length) {
-    const FullAt full(any(mData.size() + 4 * length + 20));
-    for (int i = 0; i < 4; ++i) {
+  void untilFull(FileIOStream& file, std::size_t largest) {
+    const FullAt full(mData.size() + any(largest));
+    for (int i = 0; i < 12; ++i) {
       const std::size_t kept = mData.size();
-      const bool whole =
-          file.writeBe32(static_cast<ZR_U32>(length)) == 4 && file.write64(i) == 8 && Writes(file, Pattern(length, i));
-      if (!whole || any(5) == 0) return file.dropFrom(kept);
-      put(Bytes().be32(length).be64(i).add(Pattern(length, i)));
+      const Data frame = Pattern(any(3) == 0 ? any(largest) : any(600), static_cast<unsigned>(any(1000)));
+      const bool whole = file.writeBe32(i) == 4 && file.write64(i) == 8 && Writes(file, frame);
+      if (!whole || any(9) == 0) return file.dropFrom(kept);
+      put(Bytes().be32(i).be64(i).add(frame));
     }
   }
   // Every width, written over what is there and read again.
@@ -248,7 +248,7 @@ TEST_F(FileStream, ADescriptorWinsAndStaysTheCallers) {
   const int readOnly = open(used.path().c_str(), O_RDONLY);
   for (const int fd : {9999, ends[0], ends[1], readOnly}) {
     EXPECT_EQ(stream.open(file.path(), fd, 0, 16, "w"), -1);
-    if (fd != 9999) EXPECT_EQ(close(fd), 0);
+    EXPECT_EQ(close(fd) == 0, fd != 9999);
   }
   EXPECT_EQ(ContentOf(used), content);
   EXPECT_FALSE(isThere()) << "the path is not used instead";
