@@ -9,6 +9,7 @@
 #include "box/vemo_atom.h"
 #include "engine/iso_base_media_file.h"
 #include "tests/support/alloc_faults.h"
+#include "tests/support/bytes.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/short_stream.h"
 
@@ -61,14 +62,10 @@ TEST(Boxes, RefuseWhatNobodyGivesThem) {
             "MP4 3 HvccAtom::InsertChild:191 input parameter null \n"
             "MP4 3 HvccAtom::RemoveChild:203 input parameter null \n"
             "MP4 3 HvccAtom::ReadContent:118 input parameter null \n"
-            "MP4 3 HvccAtom::SeekToEnd:91 input parameter null \n"
-            "MP4 3 HvccAtom::AddSps:54 input parameter null \n"
-            "MP4 3 HvccAtom::AddPps:72 input parameter null \n"
-            "MP4 3 AddSei:126 input parameter null \n"
-            "MP4 3 AddVps:126 input parameter null \n"
-            "MP4 3 pszCompSubType param invalid\n"
-            "MP4 3 mComponentNameLen invalid\n"
-            "MP4 3 memcpy entry type(url  ) error\n"
+            "MP4 3 HvccAtom::SeekToEnd:91 input parameter null \nMP4 3 HvccAtom::AddSps:54 input parameter null \n"
+            "MP4 3 HvccAtom::AddPps:72 input parameter null \nMP4 3 AddSei:126 input parameter null \n"
+            "MP4 3 AddVps:126 input parameter null \nMP4 3 pszCompSubType param invalid\n"
+            "MP4 3 mComponentNameLen invalid\nMP4 3 memcpy entry type(url  ) error\n"
             "MP4 3 mData has already contains data\n");
   EXPECT_EQ(user.InputData(nullptr, 5) + user.InputData(bytes, 0), -2);
   EXPECT_TRUE(box.header().size == 8 && hdlr.header().size == 32 && avcc.header().size == 15);
@@ -105,8 +102,12 @@ TEST(HvccAtom, CollectsSeiUntilItsCountIsFullOrMemoryIs) {
     EXPECT_EQ(box.AddSei(sei, sizeof(sei)), i % 0x4000 == 1 ? -1 : 0) << i;
   }
   box.settleSize();
-  ShortStream out;
+  ShortStream out, in(Bytes().be32(33).type("hvcC").fill(25).data());  // one with two bytes that are unknown
   EXPECT_TRUE(box.Write(&out) == 0 && box.header().size == 31u + 12 + 0xFFFF * 7 && out.size() == box.header().size);
+  HvccAtom read{AtomHeader()};
+  EXPECT_EQ(read.Read(&in), 0);
+  read.settleSize();
+  EXPECT_EQ(read.header().size, 33u);
 }
 
 }  // namespace
