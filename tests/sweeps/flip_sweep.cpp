@@ -97,9 +97,10 @@ void BitFlips(Sweep& sweep) {
       for (const auto& [offset, size] : file.structure()) {
         for (std::uint64_t bit = 0; bit < size * 8; ++bit) {
           if (++number % sweep.choose(41u, 1u) != 0) continue;
-          const std::string state = Sessions()[s].name + (finished ? ", finished" : ", cut") +
-                                    At(", byte", offset + bit / 8) + At(", bit", bit % 8);
-          sweep.attempt(state, [&] { return file.problemWith(offset + bit / 8, static_cast<int>(bit % 8)); });
+          const std::uint64_t byte = offset + bit / 8;
+          const std::string state =
+              Sessions()[s].name + (finished ? ", finished" : ", cut") + At(", byte", byte) + At(", bit", bit % 8);
+          sweep.attempt(state, [&] { return file.problemWith(byte, static_cast<int>(bit % 8)); });
         }
       }
     }
