@@ -63,6 +63,10 @@ ZR_U32 MP4File::Repair(ZR_BOOL parseExtraFrames) {
     return ZR_ERR_MP4_NO_TRACK_CFG;
   }
   if (IsFinished()) return 0;
+  // The tail ends at a top-level box without a type: it is told before anything is cut off.
+  for (const Atom* box = firstChild(); box != nullptr; box = box->nextSibling()) {
+    if (box->type().empty()) return ZR_FAIL(ZR_ERR_MP4_WRITE_TAIL, "could not find child atom type error\n");
+  }
   RestoreConfiguration();
   if (CreateMoov() != 0) return ZR_ERR_MP4_NO_MEMORY;
   // Boxes that stand in front of the tracks in the tree are restored in front of them.
