@@ -11,6 +11,10 @@
 
 #include "tests/support/session.h"
 
+#if !defined(SYS_sync_file_range)
+#define SYS_sync_file_range SYS_arm_sync_file_range
+#endif
+
 namespace {
 
 // From now on the kernel answers this error to the call, as one that does not know it.
