@@ -108,6 +108,7 @@ class MP4File : public ISOBaseMediaFile {
   void DropRecord(const RecordStart& start);
   bool IsFull();
   void SettleSizes();
+  static void SettleBoxes(Track* track);
   bool OffsetFits(const Track::Mp4Sample& sample);
   ZR_U32 WriteRecord(Track* track, const Track::Mp4Sample& sample, ZR_U64* offset);
   void WriteProc(Track*, ZR_U64) {}

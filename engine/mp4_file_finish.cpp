@@ -59,11 +59,16 @@ int MP4File::FinishTracks() {
     TrakAtom* trak = track->trak();
     if (mRemoveHook != nullptr) mRemoveHook(reinterpret_cast<ZR_MP4_HANDLE>(this), trak->timeScale(), &duration);
     trak->setMdhdDuration(duration);
-    auto* hvcc = trak->Find<HvccAtom>("mdia/minf/stbl/stsd/hvc1/hvcC");
-    if (hvcc != nullptr) hvcc->settleSize();
-    track->settleSizes();
+    SettleBoxes(track);
   }
   return 0;
+}
+
+// Makes the sizes of a track's boxes those of what is written of them.
+void MP4File::SettleBoxes(Track* track) {
+  auto* hvcc = track->trak()->Find<HvccAtom>("mdia/minf/stbl/stsd/hvc1/hvcC");
+  if (hvcc != nullptr) hvcc->settleSize();
+  track->settleSizes();
 }
 
 ZR_U32 MP4File::SettleMovieTimes() {

@@ -60,7 +60,7 @@ ZR_U32 MP4File::ParseFileInfo() {
 }
 
 Atom* MP4File::GetAtom(const std::string& path) {
-  SettleSizes();
+  for (Track* track : mTracks) SettleBoxes(track);
   return GetDescendant(path);
 }
 

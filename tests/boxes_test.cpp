@@ -11,6 +11,7 @@
 #include "tests/support/alloc_faults.h"
 #include "tests/support/bytes.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/parameter_set_bytes.h"
 #include "tests/support/short_stream.h"
 
 // What no session with the library reaches: tests/cases have the rest.
@@ -92,6 +93,22 @@ TEST(Boxes, DurationsThatDoNotFit) {
   ShortStream out;
   EXPECT_EQ(MvhdAtom(1000, 0x100000000, 1).Write(&out) + TkhdAtom(1, 0x100000000, 0, 0).Write(&out), -2);
   EXPECT_EQ(log.all(), "") << "deliberately";
+}
+
+// Deliberate: a VPS adds an array header as long as there is no PPS. What is written has always four.
+TEST(HvccAtom, GrowsWithItsSetsUntilItIsSettled) {
+  HvccAtom box;
+  ZR_U32 size = box.header().size;
+  for (const auto& [nal, header] : {std::pair(kHevcVps, 3u), {kHevcVps, 3}, {kHevcPps, 3}, {kHevcVps, 0}, {kHevcSps, 3}}) {
+    Nal set = nal;
+    set.push_back(static_cast<ZR_U8>(size));  // another set
+    const auto add = nal == kHevcVps ? &HvccAtom::AddVps : nal == kHevcSps ? &HvccAtom::AddSps : &HvccAtom::AddPps;
+    EXPECT_EQ((box.*add)(set.data(), static_cast<ZR_U16>(set.size())), 0);
+    size += 2 + static_cast<ZR_U32>(set.size()) + header;
+    EXPECT_EQ(box.header().size, size);
+  }
+  box.settleSize();
+  EXPECT_EQ(box.header().size, size);
 }
 
 TEST(HvccAtom, CollectsSeiUntilItsCountIsFullOrMemoryIs) {
