@@ -3,15 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <tuple>
-#include <typeinfo>
 
-#include "base/make_or_null.h"
-#include "box/audio_entry.h"
-#include "box/avc_entry.h"
-#include "box/hevc_entry.h"
-#include "box/prores_entry.h"
 #include "box/stsd_atom.h"
-#include "box/user_def_atom.h"
 #include "tests/support/alloc_faults.h"
 #include "tests/support/box_case.h"
 #include "tests/support/log_capture.h"
@@ -22,21 +15,15 @@ namespace {
 
 using Values = std::vector<ZR_U64>;
 
+using Equal = std::tuple<ZR_U32, ZR_U32>;
+using Chunks = std::tuple<ZR_U32, ZR_U32, ZR_U32>;
+
 // A table grown entry by entry.
-template <typename Table, typename... Fields>
-std::unique_ptr<Table> Grown(Fields... fields) {
-  auto table = MakeOrNull<Table>();
-  EXPECT_TRUE((table->addEntry(fields) && ...));
-  return table;
-}
-std::unique_ptr<SttsAtom> Stts(std::initializer_list<std::pair<ZR_U32, ZR_U32>> runs) {
-  auto table = MakeOrNull<SttsAtom>();
-  for (const auto& [count, delta] : runs) EXPECT_TRUE(table->addEntry(count, delta));
-  return table;
-}
-std::unique_ptr<StscAtom> Stsc(std::initializer_list<std::pair<ZR_U32, ZR_U32>> runs) {
-  auto table = MakeOrNull<StscAtom>();
-  for (const auto& [chunk, samples] : runs) EXPECT_TRUE(table->addEntry(chunk, samples, 1));
+template <typename Table, typename... Entries>
+std::unique_ptr<Table> Grown(Entries... entries) {
+  auto table = std::make_unique<Table>();
+  [[maybe_unused]] const auto add = [&](auto... fields) { return table->addEntry(fields...); };
+  EXPECT_TRUE((std::apply(add, std::tuple(entries)) && ...));
   return table;
 }
 
@@ -45,35 +32,6 @@ Values Listed(const Table& table) {
   Values values;
   for (const auto& entry : table.entries()) values.push_back(entry);
   return values;
-}
-
-// Reads tables inside their stbl and tells what is written of them.
-std::string DifferenceWhenReadAgain(const Bytes& tables, StblAtom& stbl) {
-  const Bytes bytes = BoxBytes("stbl", tables);
-  ShortStream stream(bytes.data());
-  EXPECT_EQ(stbl.Read(&stream), 0);
-  return bytes.difference(Written(stbl));
-}
-
-TEST(SampleTables, BytesInBothDirections) {
-  const BoxCase kBoxes[] = {
-      {"stts", [] { return Stts({{10, 3000}, {5, 3000}, {1, 3001}}); },
-       Bytes().be32(32).type("stts").be32(0).be32(2).be32(15).be32(3000).be32(1).be32(3001)},
-      {"stsc", [] { return Stsc({{1, 1}, {2, 1}, {3, 2}}); },
-       Bytes().be32(40).type("stsc").be32(0).be32(2).be32(1).be32(1).be32(1).be32(3).be32(2).be32(1)},
-      {"stsz", [] { return Grown<StszAtom>(0x01020304u, 7u); },
-       Bytes().be32(28).type("stsz").be32(0).be32(0).be32(2).be32(0x01020304).be32(7)},
-      {"stco", [] { return Grown<StcoAtom>(48u, 0xFFFFFFFFu); },
-       Bytes().be32(24).type("stco").be32(0).be32(2).be32(48).be32(0xFFFFFFFF)},
-      {"co64", [] { return Grown<Co64Atom>(48u, 0x0102030405060708u); },
-       Bytes().be32(32).type("co64").be32(0).be32(2).be64(48).be64(0x0102030405060708)},
-      {"stss", [] { return Grown<StssAtom>(1u, 31u); },
-       Bytes().be32(24).type("stss").be32(0).be32(2).be32(1).be32(31)},
-      {"empty stsz", [] { return MakeOrNull<StszAtom>(); }, Bytes().be32(20).type("stsz").be32(0).be32(0).be32(0)},
-      {"empty stsd", [] { return MakeOrNull<StsdAtom>(); }, Bytes().be32(16).type("stsd").be32(0).be32(0)},
-      {"gpmd", [] { return MakeOrNull<GpmdAtom>(); }, Bytes().be32(20).type("gpmd").be32(0).be32(1).be32(0)},
-  };
-  for (const BoxCase& box : kBoxes) CheckBox(box);
 }
 
 // Entries come in blocks of 8, then of 128 or 1024; none may be lost or repeated where one ends.
@@ -88,67 +46,12 @@ TEST(SampleTables, AnyNumberOfEntriesComesBackWhole) {
       runs.be32(i).be32(i ^ 0xABCD1234u);
       offsets.be64(i * 0x100000001u);
     }
-    const Bytes bytes = Bytes().add(BoxBytes("stts", runs)).add(BoxBytes("co64", offsets));
-    EXPECT_EQ(Bytes().add(Written(stts)).add(Written(co64)).difference(bytes), "") << n;
+    const Bytes tables = Bytes().add(BoxBytes("stts", runs)).add(BoxBytes("co64", offsets));
+    ShortStream stream(BoxBytes("stbl", tables).data());
     StblAtom stbl;
-    EXPECT_EQ(DifferenceWhenReadAgain(bytes, stbl), "") << n;
-  }
-}
-
-TEST(SampleTables, WhatWasReadIsWrittenBackAndAnEmptyTableNoticed) {
-  const std::pair<Bytes, std::string> kTables[] = {
-      // Equal durations stay apart, and a common sample size does not replace the list.
-      {BoxBytes("stts", Bytes().u8(1).be24(0x123456).be32(2).be32(1).be32(40).be32(2).be32(40)), ""},
-      {BoxBytes("stsc", Bytes().u8(2).be24(7).be32(2).be32(1).be32(1).be32(1).be32(2).be32(1).be32(1)), ""},
-      {BoxBytes("stsz", Bytes().u8(0).be24(1).be32(640).be32(2).be32(640).be32(641)), ""},
-      {BoxBytes("stss", Bytes().be32(0xFF000001).be32(2).be32(9).be32(3)), ""},
-      {BoxBytes("stsz", Bytes().fill(12)), "MP4 1 no entry in stsz\n"},
-      {BoxBytes("stco", Bytes().fill(8)), "MP4 1 no entry in stco\n"},
-      {BoxBytes("ctts", Bytes().fill(8)), ""},
-  };
-  for (const auto& [bytes, notice] : kTables) {
-    const LogCapture log;
-    StblAtom stbl;
-    EXPECT_EQ(DifferenceWhenReadAgain(bytes, stbl), "");
-    EXPECT_EQ(stbl.childCount(), 1u);
-    EXPECT_EQ(log.all(), notice);
-  }
-}
-
-// Counts that lead beyond the box or the file are refused before memory is taken for them.
-TEST(SampleTables, HostileCountsTakeNoMemory) {
-  const ZR_U32 kSize = 40;
-  const ZR_U32 kBound = 0xFFFFFFFFu - kSize;
-  const std::tuple<const char*, ZR_U32, const char*> kCases[] = {
-      {"stts", kBound / 8 + 1, "stts entry count err\n"},
-      {"stts", kBound / 8, "read 4294967248 bytes to stts buf failed\n"},  // this bound alone includes its limit
-      {"stts", 4, "read 32 bytes to stts buf failed\n"},
-      {"stsc", kBound / 12, nullptr},
-      {"stsc", kBound / 12 - 1, "read 4294967232 bytes to stsc buf failed\n"},
-      {"stsz", kBound / 4, nullptr},
-      {"stsz", 6, "read 24 bytes to stsz buf failed\n"},
-      {"stco", 0xFFFFFFFF, nullptr},
-      {"stco", 0x10000000, "read 1073741824 bytes to stco buf failed\n"},
-      {"co64", kBound / 8, nullptr},
-      {"stss", 7, "read 28 bytes to stss buf failed\n"},
-  };
-  for (const auto& [type, count, message] : kCases) {
-    SCOPED_TRACE(std::string(type) + " " + std::to_string(count));
-    const std::size_t head = type == std::string("stsz") ? 8 : 4;
-    const Bytes table =
-        Bytes().be32(kSize).type(type).fill(head).be32(count).fill(kSize - 12 - head, 1);
-    // What follows the box must not be taken for its entries, and is read again after the broken box.
-    ShortStream stream(Bytes().add(BoxBytes("stbl", table)).add(BoxBytes("free", Bytes().fill(64))));
-    const LogCapture log;
-    StblAtom stbl;
-    {
-      const AllocFaults memory;
-      EXPECT_EQ(stbl.Read(&stream), 0);
-      EXPECT_LT(memory.largest(), 1024u);
-    }
-    EXPECT_EQ(stbl.childCount(), 0u);
-    EXPECT_EQ(stream.getCurPos(), 8 + kSize);
-    EXPECT_EQ(log.all(), (message != nullptr ? std::string("MP4 3 ") + message : "") + "MP4 3 read data failed\n");
+    EXPECT_EQ(stbl.Read(&stream), 0);
+    EXPECT_EQ(BoxBytes("stbl", tables).difference(Written(stbl)), "") << n;
+    EXPECT_EQ(tables.difference(Bytes().add(Written(stts)).add(Written(co64))), "") << n;
   }
 }
 
@@ -179,8 +82,8 @@ TEST(SampleTables, Queries) {
     return ZR_U64{no};
   };
   const std::pair<ZR_U64, ZR_U64> kAnswers[] = {
-      {Stts({{0x10000, 0x10000}})->totalDuration(), 0},  // each product has 32 bits
-      {Stts({{1, 0xFFFFFFFF}, {1, 0xFFFFFFFE}})->totalDuration(), 0x1FFFFFFFD},
+      {Grown<SttsAtom>(Equal{0x10000, 0x10000})->totalDuration(), 0},  // each product has 32 bits
+      {Grown<SttsAtom>(Equal{1, 0xFFFFFFFF}, Equal{1, 0xFFFFFFFE})->totalDuration(), 0x1FFFFFFFD},
       {sizes->TotalSampleSize(), 0x20000000D}, {sizes->getSizeByNO(0), 0}, {sizes->getSizeByNO(2), 0xFFFFFFFF},
       {sizes->getSizeByNO(10), 9}, {sizes->getSizeByNO(11), 0},
       {stco->getStartOffset(), 100}, {co64->getStartOffset(), 100}, {StcoAtom().getStartOffset(), 0},
@@ -198,9 +101,8 @@ TEST(SampleTables, Queries) {
   for (const auto& row : kAnswers) EXPECT_EQ(row.first, row.second) << "row " << &row - kAnswers;
   for (const char* line : {"frame no 2 frame size 4294967295\n", "co64::getPosByNO fail\n",
                            "next frame offset 101 frame no 2 \n", "last+1 frame offset 101 frame no 2 \n",
-                           "next frame offset 200 frame no 2\n"}) {
+                           "next frame offset 200 frame no 2\n"})
     EXPECT_TRUE(log.has(line)) << line << log.all();
-  }
 }
 
 TEST(SampleTables, FramePositions) {
@@ -252,18 +154,18 @@ TEST(SampleTables, MergeJoinsARangeAndCropFillsANewTable) {
   };
   for (const auto& [got, expected] : kRows) EXPECT_EQ(got, expected);
   for (const char* line : {"stsz 8\n", "stss 1 \n", "stco inpos 4000 out pos 2548 \n",
-                           "stco inpos 4294967296 out pos 4294966344\n"}) {
+                           "stco inpos 4294967296 out pos 4294966344\n"})
     EXPECT_EQ(log.count(line), 1) << line << log.all();
-  }
-  const auto stts = Stts({{5, 1000}});
-  EXPECT_TRUE(stts->merge(Stts({{3, 1000}, {2, 900}, {4, 800}, {9, 700}}).get(), 1, 3));
-  EXPECT_EQ(Written(*stts), Written(*Stts({{8, 1000}, {2, 900}, {4, 800}}))) << "the joined run takes no space";
-  const auto stsc = Stsc({{1, 1}});
-  EXPECT_TRUE(stsc->merge(Stsc({{1, 1}, {5, 2}, {7, 1}}).get(), 1, 2));
-  EXPECT_EQ(Written(*stsc), Written(*Stsc({{1, 1}, {5, 2}})));
+  const auto stts = Grown<SttsAtom>(Equal{5, 1000});
+  EXPECT_TRUE(stts->merge(Grown<SttsAtom>(Equal{3, 1000}, Equal{2, 900}, Equal{4, 800}, Equal{9, 700}).get(), 1, 3));
+  const auto joined = Grown<SttsAtom>(Equal{8, 1000}, Equal{2, 900}, Equal{4, 800});
+  EXPECT_EQ(Written(*stts), Written(*joined)) << "the joined run takes no space";
+  const auto stsc = Grown<StscAtom>(Chunks{1, 1, 1});
+  EXPECT_TRUE(stsc->merge(Grown<StscAtom>(Chunks{1, 1, 1}, Chunks{5, 2, 1}, Chunks{7, 1, 1}).get(), 1, 2));
+  EXPECT_EQ(Written(*stsc), Written(*Grown<StscAtom>(Chunks{1, 1, 1}, Chunks{5, 2, 1})));
   StscAtom always;
   EXPECT_TRUE(always.crop2new(stsc.get()));
-  EXPECT_EQ(Written(always), Written(*Stsc({{1, 1}}))) << "one sample a chunk, on purpose";
+  EXPECT_EQ(Written(always), Written(*Grown<StscAtom>(Chunks{1, 1, 1}))) << "one sample a chunk, on purpose";
 }
 
 TEST(SampleTables, NullArgumentsAreLoggedAndChangeNothing) {
@@ -292,25 +194,6 @@ TEST(SampleTables, NullArgumentsAreLoggedAndChangeNothing) {
   EXPECT_EQ(stsd.ReadChild(nullptr), nullptr);
   for (const char* line : {"readData:111", "writeData:120", "ReadChild:130", "readData:967", "writeData:976"}) {
     EXPECT_EQ(log.count(std::string("HvccAtom::") + line + " input parameter null \n"), 1) << log.all();
-  }
-}
-
-TEST(SampleDescription, EveryEntryTypeComesBackAsItsClass) {
-  StsdAtom stsd;
-  for (Atom* entry : std::initializer_list<Atom*>{new GpmdAtom, new Mp4aAtom, new AlawAtom, new UlawAtom, new Avc1Atom,
-                                                  new Hvc1Atom, new UserDefAtom("hev1", 0)}) {
-    if (auto* audio = dynamic_cast<AudioEntryAtom*>(entry)) audio->SetAudioConfig(2, 16, 48000, 1024);
-    stsd.AddChild(entry);
-  }
-  for (const char* flavour : {"apch", "apcn", "apcs", "apco"}) stsd.AddChild(new ProresAtom(flavour, "name"));
-  StblAtom stbl;
-  EXPECT_EQ(DifferenceWhenReadAgain(Bytes().add(Written(stsd)), stbl), "");
-  Atom* read = stbl.GetChild("stsd");
-  ASSERT_EQ(read->childCount(), 11u);
-  for (int i = 0; i < 11; ++i) {
-    const Atom& was = *stsd.GetChild(i);
-    const Atom& is = *read->GetChild(i);
-    EXPECT_EQ(typeid(is), typeid(was)) << was.type();
   }
 }
 
