@@ -13,6 +13,7 @@
 #include "stream/field_io.h"
 #include "stream/file_io_stream.h"
 #include "stream/mem_io_stream.h"
+#include "stream/sync_schedule.h"
 #include "tests/support/bytes.h"
 #include "tests/support/full_at.h"
 #include "tests/support/log_capture.h"
@@ -296,6 +297,25 @@ TEST_F(FileStream, SyncsRegularFilesUnlessToldNot) {
     EXPECT_EQ(ContentOf(file).size(), 1u) << "nothing stays behind in the buffer";
     EXPECT_EQ(stream.close(), 0);
   }
+}
+
+TEST(SyncSchedule, FollowsBytesSecondsAndWhatTheCardTakes) {
+  SyncSchedule schedule;
+  const auto due = [&](ZR_U64 position, ZR_U64 time, ZR_U64 now) {
+    return schedule.due(position, time, [=] { return now; });
+  };
+  const auto dueAt = [&](ZR_U64 mebibytes, ZR_U64 seconds) {
+    const ZR_U64 bytes = mebibytes << 20, time = seconds * 1000000;
+    EXPECT_TRUE(due(bytes, 0, 0) && !due(bytes - 1, time - 1, time) && !due(bytes - 1, time, time - 1));
+    EXPECT_TRUE(due(1, time, time) && !due(0, time, time)) << "only when there is something";
+  };
+  dueAt(4, 1);
+  for (const auto& [took, mebibytes] : {std::pair(100000, 4), {100001, 8}, {25000, 8}, {24999, 4}, {24999, 4}}) {
+    schedule.done(0, 0, 0, static_cast<ZR_U64>(took));
+    dueAt(static_cast<ZR_U64>(mebibytes), static_cast<ZR_U64>(mebibytes) / 4);
+  }
+  for (int i = 0; i < 9; ++i) schedule.done(0, 0, 0, 500000);
+  dueAt(64, 16);
 }
 
 TEST(FieldIo, EveryFailedTransferHasItsMessage) {

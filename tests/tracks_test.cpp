@@ -9,6 +9,7 @@
 #include "tests/support/short_stream.h"
 #include "track/annexb.h"
 #include "track/nal_track.h"
+#include "track/priv_sample_header.h"
 #include "track/sample_clock.h"
 
 using namespace zrmp4;
@@ -29,7 +30,9 @@ std::vector<long> CodesByRegister(const Data& frame) {
 TEST(StartCodes, EverySearchFindsThemEverywhere) {
   StartCodeSearch searches[kMaxStartCodeSearches];
   const ZR_U32 count = StartCodeSearches(searches);
-  ASSERT_GE(count, 2u);
+#if defined(__SSE2__)
+  ASSERT_GE(count, 3u);
+#endif
   std::mt19937 random(1);
   const auto check = [&](const Data& bytes) {
     const ZR_U8* end = bytes.data() + bytes.size();
@@ -60,6 +63,16 @@ TEST(StartCodes, EverySearchFindsThemEverywhere) {
 }
 
 // Neither recordings nor their configuration have such speeds.
+TEST(PrivSampleHeader, TellsWhichFieldItsTransferBrokeIn) {
+  for (unsigned room = 0; room < PrivSampleHeader::kSize; ++room) {
+    const LogCapture log;
+    ShortStream out({}, room);
+    EXPECT_EQ(PrivSampleHeader(1, ZR_TRUE, 2, 3).Write(&out), -1);
+    const char* field = room >= 8 && room < 16 ? ", writeBe64 fail\n" : ", writeBe32 fail\n";
+    EXPECT_EQ(log.all(), "IO 3 offset:" + std::to_string(room) + field);
+  }
+}
+
 TEST(SampleClock, AnImpossibleSpeedMakesEveryDurationOne) {
   for (const float speed : {0.0f, std::nanf("")}) {
     SampleClock clock(120000, speed);
