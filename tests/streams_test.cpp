@@ -196,6 +196,20 @@ TEST_F(FileStream, BehavesLikeAFileWithAnyBuffer) {
   }
 }
 
+TEST_F(FileStream, WhatACardDidNotTakeIsWrittenLater) {
+  const Data content = Pattern(40);
+  for (std::size_t room = 0; room < content.size(); ++room) {
+    ASSERT_EQ(stream.open(file.path(), -1, 0, 64, "w"), 0);
+    ASSERT_TRUE(Writes(stream, content));
+    {
+      const FullAt full(room);
+      EXPECT_EQ(stream.flush(), -1);
+    }
+    EXPECT_EQ(stream.close(), 0);
+    EXPECT_EQ(ContentOf(file), content) << room;
+  }
+}
+
 TEST_F(FileStream, Modes) {
   const struct {
     const char* mode;
