@@ -148,7 +148,7 @@ class Script {
     if (!value(name, &text)) return;
     const Data data = term(text);
     std::memset(field, 0, kSize);
-    std::memcpy(field, data.data(), std::min(data.size(), kSize));
+    std::copy_n(data.begin(), std::min(data.size(), kSize), field);
   }
 
   // Bytes up to the end of the command or of a bracket.
