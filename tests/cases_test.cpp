@@ -431,7 +431,12 @@ class Script {
     answer(ZR_MP4_AddAtom(mMuxer->handle(), path.c_str(), &box));
   }
   void finish() { answer(mMuxer->finish(flag("drop") ? DropDuration : nullptr)); }
-  void close() { answer(mMuxer->destroy()); }
+  // The handle goes on to be used.
+  void close() {
+    ZR_U64 duration = 0;
+    answer(ZR_MP4_Destroy(mMuxer->handle(), &duration));
+    if (flag("duration")) mOut << "duration " << duration << '\n';
+  }
   void repair() {
     std::string name;
     const Data given = value("name", &name) ? term(name) : Data();
