@@ -278,9 +278,6 @@ std::vector<TrackView> RecordedFile::tracks() const {
     track.duration = number(mdhd->payload() + (wide ? 24 : 16), wide ? 8 : 4);
     const Box* tkhd = find(trak + "/tkhd");
     track.id = static_cast<std::uint32_t>(number(tkhd->payload() + 12, 4));
-    track.movieDuration = static_cast<std::uint32_t>(number(tkhd->payload() + 20, 4));
-    track.editDuration = static_cast<std::uint32_t>(number(find(trak + "/edts/elst")->payload() + 8, 4));
-    track.handler = text(find(trak + "/mdia/hdlr")->payload() + 8, 4);
     track.entry = find(trak + "/mdia/minf/stbl/stsd")->children.at(0).type;
     track.tables = tables(*stbl);
 

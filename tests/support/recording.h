@@ -93,9 +93,6 @@ struct TrackView {
   std::uint32_t id = 0;
   std::uint32_t timeScale = 0;
   std::uint64_t duration = 0;       // mdhd
-  std::uint32_t movieDuration = 0;  // tkhd
-  std::uint32_t editDuration = 0;   // elst
-  std::string handler;
   std::string entry;
   Tables tables;
   std::vector<Sample> samples;

@@ -216,13 +216,7 @@ ZR_U32 Recorder::make(const Call& call) {
   return status;
 }
 
-ZR_U32 Recorder::finish() { return mFile->RemoveAllTrack(); }
-
-ZR_U32 Recorder::close() { return mFile->Close(); }
-
 std::uint64_t Recorder::position() const { return mFile->stream()->getCurPos(); }
-
-std::size_t Recorder::steps() const { return mSession.calls.size() + 4; }
 
 ZR_U32 Recorder::run(std::size_t step) {
   return zrmp4::CallGuarded([&]() -> ZR_U32 {
@@ -230,23 +224,28 @@ ZR_U32 Recorder::run(std::size_t step) {
     if (step == mSession.leading + 1) return addTracks();
     const std::size_t call = step - (step > mSession.leading ? 2 : 1);
     if (call < mSession.calls.size()) return make(mSession.calls[call]);
-    return call == mSession.calls.size() ? finish() : close();
+    return call == mSession.calls.size() ? mFile->RemoveAllTrack() : mFile->Close();
   });
 }
 
 Outcome Play(const Session& session, const std::string& path, std::size_t calls, bool finish) {
+  Session part = session;
+  part.calls.resize(calls);
+  part.leading = std::min(part.leading, calls);
   Outcome outcome;
-  Recorder recorder(session, path);
-  outcome.status = recorder.open();
-  for (std::size_t i = 0; i <= calls && outcome.status == 0; ++i) {
-    if (i == std::min(session.leading, calls)) outcome.status = recorder.addTracks();
-    if (i == calls) break;
-    outcome.statuses.push_back(recorder.make(session.calls[i]));
-    outcome.ends.push_back(recorder.position());
+  Recorder recorder(part, path);
+  const std::size_t ending = recorder.steps() - 2;
+  for (std::size_t step = 0; step < recorder.steps(); ++step) {
+    if (step == ending && !finish) continue;
+    const ZR_U32 status = recorder.run(step);
+    if (step != 0 && step != part.leading + 1 && step < ending) {
+      outcome.statuses.push_back(status);
+      outcome.ends.push_back(recorder.position());
+    } else if (status != 0) {
+      outcome.status = status;
+      break;
+    }
   }
-  if (finish && outcome.status == 0) outcome.status = recorder.finish();
-  const ZR_U32 closed = recorder.close();
-  if (outcome.status == 0) outcome.status = closed;
   return outcome;
 }
 
@@ -344,25 +343,6 @@ std::string Tail(const Data& file, std::uint64_t mdat) {
   return tail.substr(0, end);
 }
 
-// Where two tails differ, and in which box.
-std::string FirstDifference(const std::string& got, const std::string& wanted) {
-  if (got == wanted) return "";
-  const auto at = static_cast<std::size_t>(
-      std::mismatch(got.begin(), got.begin() + static_cast<long>(std::min(got.size(), wanted.size())), wanted.begin())
-          .first - got.begin());
-  std::string box = "?";
-  std::size_t nearest = 0;
-  for (const char* type : {"moov", "mvhd", "trak", "tkhd", "elst", "mdhd", "hdlr", "avcC", "hvcC", "esds", "stts",
-                           "stsc", "stsz", "stss", "stco", "co64", "note"}) {
-    const std::size_t found = wanted.rfind(type, at);
-    if (found == std::string::npos || found < nearest) continue;
-    nearest = found;
-    box = type;
-  }
-  return std::to_string(got.size()) + " bytes of boxes instead of " + std::to_string(wanted.size()) + ", " + box +
-         " differs at " + std::to_string(at - nearest);
-}
-
 Data StoredAs(const zrMP4_TRACK_INFO_S& track, const Data& frame) {
   const bool video = track.enTrackType == ZR_MP4_TRACK_VIDEO && track.stVideoInfo.enCodecID <= ZR_MP4_CODEC_H265;
   const bool aac = track.enTrackType == ZR_MP4_TRACK_AUDIO && track.stAudioInfo.enCodecID == ZR_MP4_CODEC_AAC;
@@ -422,6 +402,9 @@ std::string Model::difference(const Data& repaired, std::uint64_t cut, bool extr
     return "media data ends at " + std::to_string(mediaEnd(repaired)) + " instead of " + std::to_string(end);
   }
   const std::size_t calls = keptCalls(cut, extraFrames);
-  const std::string wrong = FirstDifference(Tail(repaired, mMdat), tailAfter(calls));
-  return wrong.empty() ? "" : "after " + std::to_string(calls) + " calls: " + wrong;
+  const std::string tail = Tail(repaired, mMdat);
+  const std::string& wanted = tailAfter(calls);
+  if (tail == wanted) return "";
+  const auto same = std::mismatch(tail.begin(), tail.end(), wanted.begin(), wanted.end()).first - tail.begin();
+  return "after " + std::to_string(calls) + " calls: the boxes differ after " + std::to_string(same) + " bytes";
 }

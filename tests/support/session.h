@@ -60,24 +60,22 @@ const std::vector<Session>& Sessions();
 // One of many pages between two snapshots.
 Session LongIntervals(int rounds = 30);
 
-// Records a session, part by part or step by step. What failed can be tried again.
+// Records a session step by step. What failed can be tried again.
 class Recorder {
  public:
   Recorder(const Session& session, const std::string& path);
   ~Recorder();
 
+  // Opening, the tracks where they belong, each call, finishing and closing.
+  std::size_t steps() const { return mSession.calls.size() + 4; }
+  ZR_U32 run(std::size_t step);
+  std::uint64_t position() const;
+
+ private:
   ZR_U32 open();
   ZR_U32 addTracks();
   ZR_U32 make(const Call& call);
-  ZR_U32 finish();
-  ZR_U32 close();
-  std::uint64_t position() const;
 
-  // All of it: opening, the tracks where they belong, the calls, finishing and closing.
-  std::size_t steps() const;
-  ZR_U32 run(std::size_t step);
-
- private:
   const Session& mSession;
   std::string mPath;
   std::unique_ptr<zrmp4::MP4File> mFile;

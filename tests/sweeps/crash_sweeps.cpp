@@ -3,7 +3,7 @@
 #include <random>
 #include <set>
 
-#include "tests/support/session.h"
+#include "tests/sweeps/judge.h"
 #include "tests/sweeps/questions.h"
 #include "tests/sweeps/sweep.h"
 #include "tests/sweeps/system_calls.h"
@@ -41,118 +41,6 @@ std::set<std::size_t> TearsOf(const FileOperation& operation, std::size_t step =
   for (std::size_t tear = 0; tear < operation.bytes.size() && step != kAll; tear += step) tears.insert(tear);
   return tears;
 }
-
-// Repairs files, and holds them against what was recorded.
-class Judge {
- public:
-  explicit Judge(const Session& recorded) : session(recorded), model(recorded) {}
-
-  // A file that holds all of the recording up to the cut.
-  std::string exact(const Data& crashed, std::uint64_t cut, bool extraFrames) {
-    const ZR_U32 status = repair(crashed, extraFrames);
-    if (status != model.status(cut)) return "status " + std::to_string(status);
-    if (status != 0) return mRepaired == crashed ? "" : "changed without success";
-    const bool finished = mRepaired == crashed && model.mediaEnd(crashed) == model.whole().size();
-    const std::string wrong = model.difference(mRepaired, cut, extraFrames || finished);
-    return wrong.empty() ? again(extraFrames) : wrong;
-  }
-
-  // One that goes on with zeros behind the cut: a cut frame shows that it is.
-  std::string reserved(std::uint64_t cut, std::size_t zeros) {
-    Data crashed(model.whole().begin(), model.whole().begin() + static_cast<long>(cut));
-    crashed.resize(cut + zeros);
-    const ZR_U32 status = repair(crashed, true);
-    return status != 0 ? "status " + std::to_string(status) : model.difference(mRepaired, cut, true, false);
-  }
-
-  // A file that surely holds the recording up to some byte, and of what follows this and that. Zeros where bytes are
-  // missing tell what is lost, but for sound and data that is not coded; anything else tells nothing.
-  std::string atLeast(const Data& crashed, std::uint64_t sure, bool extraFrames, bool zeros) {
-    const ZR_U32 status = repair(crashed, extraFrames);
-    if (status != 0) {
-      if (model.status(sure) == 0 || !documented(status)) return "status " + std::to_string(status);
-      return mRepaired == crashed ? "" : "changed without success";
-    }
-    const std::uint64_t end = model.mediaEnd(mRepaired);
-    const bool finished = mRepaired == crashed;
-    if (model.keptCalls(end, extraFrames || finished) < model.keptCalls(sure, extraFrames)) {
-      return "lost more than it may: ends at " + std::to_string(end);
-    }
-    const std::string wrong = zeros ? differenceOfCoded(end, extraFrames || finished) : problemBehind(sure, end);
-    return wrong.empty() ? again(extraFrames) : wrong;
-  }
-
-  // A file of which nothing is sure: it is made whole or left alone. One that looks finished is left alone too: without
-  // syncs the size of its media data may be there before its index is.
-  std::string valid(const Data& crashed, bool extraFrames) {
-    const ZR_U32 status = repair(crashed, extraFrames);
-    if (status != 0) return documented(status) && mRepaired == crashed ? "" : "status " + std::to_string(status);
-    if (mRepaired == crashed && model.mediaEnd(crashed) == model.whole().size()) return "";
-    const std::string problem = RecordedFile(file.path()).problem();
-    if (!problem.empty()) return problem;
-    const auto start = static_cast<long>(model.mediaStart());
-    const std::uint64_t end = model.mediaEnd(mRepaired);
-    const bool same =
-        end <= crashed.size() &&
-        std::equal(mRepaired.begin() + start, mRepaired.begin() + static_cast<long>(end), crashed.begin() + start);
-    return same ? again(extraFrames) : "media data was changed";
-  }
-
-  const Session& session;
-  Model model;
-  MemoryFile file;
-
- private:
-  ZR_U32 repair(const Data& crashed, bool extraFrames) {
-    file.set(crashed, crashed.size());
-    const ZR_U32 status = ZR_MP4_RepairFile(file.path().c_str(), extraFrames);
-    mRepaired = file.bytes();
-    return status;
-  }
-
-  std::string differenceOfCoded(std::uint64_t end, bool extraFrames) {
-    Data judged = mRepaired;
-    for (const Record& record : model.records()) {
-      if (record.offset >= end) break;
-      // A box that lost its path is passed over, and a header that lost its length is that of an empty frame.
-      const std::uint64_t kept = record.kind == "user" ? record.size : 20;
-      if (!sameBytes(record.offset, std::min(record.offset + kept, end))) return problemBehind(record.offset, end);
-      if (record.kind != "frame" || isCoded(record) || record.offset + record.size > end) continue;
-      std::copy_n(model.whole().begin() + static_cast<long>(record.offset) + 20, record.size - 20,
-                  judged.begin() + static_cast<long>(record.offset) + 20);
-    }
-    return model.difference(judged, end, extraFrames);
-  }
-
-  std::string problemBehind(std::uint64_t sure, std::uint64_t end) {
-    const bool same = sameBytes(model.mediaStart(), std::min(sure, end));
-    return same ? RecordedFile(file.path()).problem() : "media data differs";
-  }
-
-  bool sameBytes(std::uint64_t from, std::uint64_t to) const {
-    const Data& whole = model.whole();
-    return to <= from || std::equal(whole.begin() + static_cast<long>(from), whole.begin() + static_cast<long>(to),
-                                    mRepaired.begin() + static_cast<long>(from));
-  }
-
-  std::string again(bool extraFrames) {
-    const bool same = ZR_MP4_RepairFile(file.path().c_str(), extraFrames) == 0 && file.bytes() == mRepaired;
-    return same ? "" : "a second repair changed the file";
-  }
-
-  static bool documented(ZR_U32 status) {
-    return status == ZR_ERR_MP4_OPEN_FILE || status == ZR_ERR_MP4_ATOM_NOT_FOUND || status == ZR_ERR_MP4_NO_TRACK_CFG ||
-           status == ZR_ERR_MP4_REPAIR_MOOV || status == ZR_ERR_MP4_CREATE_TRACK;
-  }
-
-  bool isCoded(const Record& record) const {
-    const zrMP4_TRACK_INFO_S& track = session.tracks[record.trackId - 1];
-    return track.enTrackType == ZR_MP4_TRACK_VIDEO ||
-           (track.enTrackType == ZR_MP4_TRACK_AUDIO && track.stAudioInfo.enCodecID <= ZR_MP4_CODEC_MP3);
-  }
-
-  Data mRepaired;
-};
 
 template <typename Check>
 void Try(Sweep& sweep, const Session& session, const std::string& where, Check check) {

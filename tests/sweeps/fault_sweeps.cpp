@@ -1,8 +1,9 @@
 #include <algorithm>
+#include <functional>
 
 #include "tests/support/alloc_faults.h"
 #include "tests/support/full_at.h"
-#include "tests/support/session.h"
+#include "tests/sweeps/judge.h"
 #include "tests/sweeps/questions.h"
 #include "tests/sweeps/sweep.h"
 #include "tests/sweeps/system_calls.h"
@@ -16,16 +17,16 @@ enum class Effect { kNone, kOnce, kLasting };
 // A session, and what must come of it whatever fails.
 class Subject {
  public:
-  explicit Subject(const Session& session) : mSession(session), mModel(session) {}
+  explicit Subject(const Session& session) : mJudge(session) {}
 
-  const Session& session() const { return mSession; }
-  std::size_t size() const { return mModel.whole().size(); }
+  const Session& session() const { return mJudge.session; }
+  std::size_t size() const { return mJudge.model.whole().size(); }
 
   // What is refused is tried again at once, and when the cause is gone: the file is the same in the end, and was one
   // that repair makes whole in between.
   std::string record(const Cause& cause, Effect effect) {
     const MemoryFile file;
-    Recorder recorder(mSession, file.path());
+    Recorder recorder(session(), file.path());
     std::shared_ptr<void> failing = cause();
     for (std::size_t step = 0; step < recorder.steps(); ++step) {
       ZR_U32 status = recorder.run(step);
@@ -35,54 +36,48 @@ class Subject {
       if (failing && effect == Effect::kLasting && !closing && recorder.run(step) == 0) continue;
       if (!failing || effect == Effect::kNone || !Documented(status)) return where + At(": status", status);
       failing.reset();
-      const std::string wrong = mSession.unit == 0 ? "" : repaired(file.bytes(), size());
+      const std::string wrong = session().unit == 0 ? "" : repaired(file.bytes(), size());
       if (!wrong.empty()) return where + ", repaired: " + wrong;
       status = closing ? 0 : recorder.run(step);
       if (status != 0) return where + At(", tried again: status", status);
     }
     failing.reset();
-    return mModel.difference(file.bytes(), size(), true);
+    return mJudge.model.difference(file.bytes(), size(), true);
   }
 
   // What a failed repair leaves is completed by the next.
   std::string repair(std::size_t cut, const Cause& cause, Effect effect) {
-    mFile.set(mModel.whole(), cut);
-    const std::string path = mFile.path();
+    MemoryFile file;
+    file.set(mJudge.model.whole(), cut);
+    const std::string path = file.path();
     std::shared_ptr<void> failing = cause();
     const ZR_U32 status = ZR_MP4_RepairFile(path.c_str(), ZR_TRUE);
     failing.reset();
-    if (status == 0 || effect == Effect::kNone) return difference(status, cut);
-    return Documented(status) ? repaired(mFile.bytes(), cut) : At("status", status);
+    if (status == mJudge.model.status(cut)) {
+      return status == 0 ? mJudge.model.difference(file.bytes(), cut, true) : "";
+    }
+    return effect != Effect::kNone && Documented(status) ? repaired(file.bytes(), cut) : At("status", status);
   }
 
   // Each answer is the one that is given when nothing fails, or a failure.
   std::string read(bool finished, const Cause& cause, Effect effect) {
-    Play(mSession, mFile.path(), mSession.calls.size(), finished);
-    const Data before = mFile.bytes();
-    Questions questions(mFile.path());
+    const MemoryFile file;
+    Play(session(), file.path(), session().calls.size(), finished);
+    const Data before = file.bytes();
+    Questions questions(file.path());
     const std::vector<Answer> expected = questions.ask();
     const std::vector<Answer>& answers = questions.ask(cause);
     for (std::size_t i = 0; i < answers.size(); ++i) {
       const bool failed = effect != Effect::kNone && answers[i].status != 0 && Documented(answers[i].status);
       if (!failed && answers[i] != expected[i]) return At("answer", i) + At(": status", answers[i].status);
     }
-    return mFile.bytes() == before ? "" : "reading changed the file";
+    return file.bytes() == before ? "" : "reading changed the file";
   }
 
  private:
-  std::string repaired(const Data& file, std::size_t cut) {
-    mFile.set(file, file.size());
-    return difference(ZR_MP4_RepairFile(mFile.path().c_str(), ZR_TRUE), std::min(file.size(), cut));
-  }
+  std::string repaired(const Data& file, std::size_t cut) { return mJudge.exact(file, std::min(file.size(), cut)); }
 
-  std::string difference(ZR_U32 status, std::size_t cut) {
-    if (status != mModel.status(cut)) return At("status", status);
-    return status == 0 ? mModel.difference(mFile.bytes(), cut, true) : "";
-  }
-
-  Session mSession;
-  Model mModel;
-  MemoryFile mFile;
+  Judge mJudge;
 };
 
 struct Scenario {
@@ -121,72 +116,67 @@ std::vector<Session> FaultSessions(bool all) {
   return sessions;
 }
 
-}  // namespace
+// What may fail at each of a scenario's calls of some kind.
+struct Fault {
+  const char* name;
+  Effect effect;
+  // Fails the call after so many of them, or answers nothing where that call cannot fail so.
+  std::function<Cause(std::size_t after)> causeAt;
+};
 
-void Allocations(Sweep& sweep) {
+// Each call of each scenario in turn; watch fails none, and count tells how many there were.
+void FailEach(Sweep& sweep, const char* call, const Cause& watch, const std::function<std::size_t()>& count,
+              const std::vector<Fault>& faults) {
   for (const Session& session : FaultSessions(sweep.full())) {
     Subject subject(session);
     for (const Scenario& scenario : ScenariosOf(subject)) {
-      const auto fail = [&](std::size_t after, Effect effect) {
-        return scenario.run([=] { return std::make_shared<AllocFaults>(after, effect == Effect::kOnce); }, effect);
-      };
-      fail(AllocFaults::kNever, Effect::kNone);
-      const std::size_t count = AllocFaults::count();
-      for (std::size_t n = 0; n < count; ++n) {
-        for (const Effect effect : {Effect::kOnce, Effect::kLasting}) {
-          const std::string state = session.name + ", " + scenario.name + At(", allocation", n) +
-                                    (effect == Effect::kOnce ? "" : " and on");
-          sweep.attempt(state, [&] { return fail(n, effect); });
+      scenario.run(watch, Effect::kNone);
+      for (std::size_t n = 0, calls = count(); n < calls; ++n) {
+        for (const Fault& fault : faults) {
+          const std::string state = session.name + ", " + scenario.name + ", " + At(call, n) + fault.name;
+          const Cause cause = fault.causeAt(n);
+          if (cause) sweep.attempt(state, [&] { return scenario.run(cause, fault.effect); });
         }
       }
     }
   }
 }
 
-namespace {
-
-struct NamedFault {
-  const char* name;
-  SystemCalls::Fault fault;
-  Effect effect;
-};
-
-constexpr NamedFault kFaults[] = {{"EIO", SystemCalls::Fault::kIo, Effect::kOnce},
-                                  {"EIO and on", SystemCalls::Fault::kIo, Effect::kLasting},
-                                  {"ENOSPC", SystemCalls::Fault::kNoSpace, Effect::kOnce},
-                                  {"ENOSPC and on", SystemCalls::Fault::kNoSpace, Effect::kLasting},
-                                  {"EINTR", SystemCalls::Fault::kInterrupted, Effect::kNone},
-                                  {"short", SystemCalls::Fault::kShort, Effect::kNone}};
-
 }  // namespace
 
+void Allocations(Sweep& sweep) {
+  const auto failing = [](Effect effect) {
+    return [=](std::size_t after) -> Cause {
+      return [=] { return std::make_shared<AllocFaults>(after, effect == Effect::kOnce); };
+    };
+  };
+  FailEach(sweep, "allocation", [] { return std::make_shared<AllocFaults>(); }, AllocFaults::count,
+           {{"", Effect::kOnce, failing(Effect::kOnce)}, {" and on", Effect::kLasting, failing(Effect::kLasting)}});
+}
+
 void SystemCallFaults(Sweep& sweep) {
-  for (const Session& session : FaultSessions(sweep.full())) {
-    Subject subject(session);
-    for (const Scenario& scenario : ScenariosOf(subject)) {
-      std::vector<bool> transfers;
-      const auto fail = [&](std::size_t after, const NamedFault& fault) {
-        const auto cause = [&] {
-          auto* calls = new SystemCalls;
-          calls->failAfter(after, fault.fault, fault.effect == Effect::kLasting);
-          return std::shared_ptr<void>(calls, [&, calls](void*) {
-            transfers = calls->transfers();
-            delete calls;
-          });
-        };
-        return scenario.run(cause, fault.effect);
-      };
-      fail(0, {"", SystemCalls::Fault::kNone, Effect::kNone});
-      const std::vector<bool> all = transfers;
-      for (std::size_t n = 0; n < all.size(); ++n) {
-        for (const NamedFault& fault : kFaults) {
-          if (fault.fault == SystemCalls::Fault::kShort && !all[n]) continue;
-          const std::string state = session.name + ", " + scenario.name + At(", call", n) + ", " + fault.name;
-          sweep.attempt(state, [&] { return fail(n, fault); });
-        }
-      }
-    }
-  }
+  using Kind = SystemCalls::Fault;
+  std::vector<bool> transfers;
+  const auto watch = [&] {
+    return std::shared_ptr<SystemCalls>(new SystemCalls, [&](SystemCalls* calls) {
+      transfers = calls->transfers();
+      delete calls;
+    });
+  };
+  const auto fault = [&](const char* name, Kind kind, Effect effect) {
+    return Fault{name, effect, [&transfers, kind, effect](std::size_t after) -> Cause {
+                   if (kind == Kind::kShort && !transfers[after]) return nullptr;
+                   return [=] {
+                     auto calls = std::make_shared<SystemCalls>();
+                     calls->failAfter(after, kind, effect == Effect::kLasting);
+                     return calls;
+                   };
+                 }};
+  };
+  FailEach(sweep, "call", watch, [&] { return transfers.size(); },
+           {fault(", EIO", Kind::kIo, Effect::kOnce), fault(", EIO and on", Kind::kIo, Effect::kLasting),
+            fault(", ENOSPC", Kind::kNoSpace, Effect::kOnce), fault(", ENOSPC and on", Kind::kNoSpace, Effect::kLasting),
+            fault(", EINTR", Kind::kInterrupted, Effect::kNone), fault(", short", Kind::kShort, Effect::kNone)});
 }
 
 void FullDisk(Sweep& sweep) {

@@ -1,7 +1,5 @@
-#include <algorithm>
-
 #include "tests/support/alloc_faults.h"
-#include "tests/support/session.h"
+#include "tests/sweeps/judge.h"
 #include "tests/sweeps/questions.h"
 #include "tests/sweeps/sweep.h"
 
@@ -27,61 +25,31 @@ std::vector<Region> StructureOf(const RecordedFile& file) {
 class Flipped {
  public:
   Flipped(const Session& session, bool finished)
-      : mModel(session),
-        mOutcome(Play(session, mFile.path(), session.calls.size(), finished)),
-        mQuestions(mFile.path()),
-        mWhole(mFile.bytes()) {}
+      : mJudge(session),
+        mOutcome(Play(session, mJudge.file.path(), session.calls.size(), finished)),
+        mQuestions(mJudge.file.path()),
+        mWhole(mJudge.file.bytes()) {}
 
-  std::vector<Region> structure() const { return StructureOf(RecordedFile(mFile.path())); }
+  std::vector<Region> structure() const { return StructureOf(RecordedFile(mJudge.file.path())); }
 
   std::string problemWith(std::uint64_t byte, int bit) {
     Data flipped = mWhole;
     flipped[byte] = static_cast<std::uint8_t>(flipped[byte] ^ 1u << bit);
-    mFile.set(flipped, flipped.size());
-    const std::string wrong = reading();
-    return wrong.empty() ? repairing(flipped) : wrong;
-  }
-
- private:
-  std::string reading() {
+    mJudge.file.set(flipped, flipped.size());
     for (const Answer& answer : mQuestions.ask([] { return std::make_shared<AllocFaults>(); })) {
       if (answer.status != 0 && !Documented(answer.status)) return At("read: status", answer.status);
     }
-    return memory("read");
+    if (AllocFaults::largest() > most()) return At("read: bytes at once", AllocFaults::largest());
+    const std::string wrong = mJudge.valid(flipped, true);
+    if (!wrong.empty()) return "repaired: " + wrong;
+    return AllocFaults::largest() > most() ? At("repaired: bytes at once", AllocFaults::largest()) : "";
   }
 
-  std::string repairing(const Data& flipped) {
-    const std::string path = mFile.path();
-    ZR_U32 status;
-    {
-      const AllocFaults watch;
-      status = ZR_MP4_RepairFile(path.c_str(), ZR_TRUE);
-    }
-    if (status != 0 && !Documented(status)) return At("repaired: status", status);
-    const Data repaired = mFile.bytes();
-    if (repaired == flipped) return memory("repaired");
-    if (status != 0) return At("changed without success: status", status);
-    const std::string problem = RecordedFile(path).problem();
-    // What is left of a pre-allocated unit may be less than a box.
-    if (!problem.empty() && problem.find("at the end of FILE") == std::string::npos) return problem;
-    const auto start = static_cast<long>(mModel.mediaStart());
-    const auto end = static_cast<long>(std::min<std::uint64_t>(mModel.mediaEnd(repaired), flipped.size()));
-    if (!std::equal(repaired.begin() + start, repaired.begin() + end, flipped.begin() + start)) {
-      return "media data was changed";
-    }
-    const bool same = ZR_MP4_RepairFile(path.c_str(), ZR_TRUE) == 0 && mFile.bytes() == repaired;
-    return same ? memory("repaired") : "a second repair changed the file";
-  }
-
+ private:
   // Beside the buffer of the repair.
-  std::string memory(const char* doing) const {
-    return AllocFaults::largest() <= (1u << 20) + 4 * mWhole.size()
-               ? ""
-               : std::string(doing) + At(": bytes at once", AllocFaults::largest());
-  }
+  std::size_t most() const { return (1u << 20) + 4 * mWhole.size(); }
 
-  Model mModel;
-  MemoryFile mFile;
+  Judge mJudge;
   Outcome mOutcome;
   Questions mQuestions;
   Data mWhole;

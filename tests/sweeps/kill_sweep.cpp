@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdio>
 #include <new>
 #include <random>
 
@@ -21,7 +20,6 @@ constexpr int kKilled = -1;
 // Does work in a process of its own, which is killed so long after it began. Answers how it ended.
 template <typename Work>
 int KilledAfter(unsigned microseconds, const std::atomic<std::size_t>& begun, Work work) {
-  std::fflush(stdout);
   const pid_t child = fork();
   if (child == 0) _exit(work());
   while (begun == 0) usleep(20);

@@ -1,8 +1,10 @@
+#include <getopt.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 
 #include "tests/sweeps/sweep.h"
@@ -36,15 +38,23 @@ constexpr Entry kSweeps[] = {
     {"long", Long, 2, 3},
 };
 
-bool RunSweep(const Entry& entry, bool full, std::uint64_t oneIn, const std::string& results,
-              const std::string& only) {
-  const std::string file = results.empty() ? "" : results + "/" + entry.name;
+struct Options {
+  int full = 0;
+  std::uint64_t oneIn = 1;
+  std::string results, name, state;
+};
+
+// Standard output as it was given; what the library prints goes nowhere.
+std::FILE* gReport;
+
+bool RunSweep(const Entry& entry, const Options& options) {
+  const std::string file = options.results.empty() ? "" : options.results + "/" + entry.name;
   std::string line;
-  if (full && std::getline(std::ifstream(file), line)) {
-    std::puts(line.c_str());
+  if (options.full && std::getline(std::ifstream(file), line)) {
+    std::fprintf(gReport, "%s\n", line.c_str());
     return line.find(" 0 failures") != std::string::npos;
   }
-  Sweep sweep(entry.name, full, oneIn, only);
+  Sweep sweep(entry.name, options.full, options.oneIn, options.state);
   const auto started = std::chrono::steady_clock::now();
   entry.run(sweep);
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
@@ -52,48 +62,46 @@ bool RunSweep(const Entry& entry, bool full, std::uint64_t oneIn, const std::str
   std::snprintf(text, sizeof(text), "%-14s %9llu states %6llu failures %7.1f s", entry.name,
                 static_cast<unsigned long long>(sweep.states()), static_cast<unsigned long long>(sweep.failures()),
                 took.count());
-  std::puts(text);
-  std::fflush(stdout);
-  const bool enough = !only.empty() || sweep.states() >= (full ? entry.fullStates : entry.quickStates) / oneIn;
-  if (!enough) std::printf("%s: fewer states than it should have\n", entry.name);
-  if (!file.empty() && only.empty()) std::ofstream(file) << text << '\n';
+  std::fprintf(gReport, "%s\n", text);
+  if (!options.state.empty()) return sweep.states() != 0 && sweep.failures() == 0;
+  if (!file.empty()) std::ofstream(file) << text << '\n';
+  const bool enough = sweep.states() >= (options.full ? entry.fullStates : entry.quickStates) / options.oneIn;
+  if (!enough) std::fprintf(gReport, "%s: fewer states than it should have\n", entry.name);
   return enough && sweep.failures() == 0;
 }
 
 }  // namespace
 
 void Sweep::expect(const std::string& state, const std::string& problem) {
-  if (problem.empty()) return;
-  if (++mFailures <= 20) {
-    std::printf("zrmp4_sweeps %s%s '%s': %s\n", mFull ? "--full " : "", mName.c_str(), state.c_str(), problem.c_str());
-    std::fflush(stdout);
-  }
+  if (problem.empty() || ++mFailures > 20) return;
+  std::fprintf(gReport, "zrmp4_sweeps %s%s '%s': %s\n", mFull ? "--full " : "", mName.c_str(), state.c_str(),
+               problem.c_str());
 }
 
 // What the library has to say is of no interest here.
 extern "C" void ZR_LOG_Printf(const char*, int, const char*, ...) {}
 
 int main(int count, char** arguments) {
-  bool full = false;
-  std::uint64_t oneIn = 1;
-  std::string results, name, state;
-  for (int i = 1; i < count; ++i) {
-    if (std::strcmp(arguments[i], "--full") == 0) {
-      full = true;
-    } else if (std::strcmp(arguments[i], "--one-in") == 0 && i + 1 < count) {
-      oneIn = std::max<std::uint64_t>(std::strtoull(arguments[++i], nullptr, 10), 1);
-    } else if (std::strcmp(arguments[i], "--results") == 0 && i + 1 < count) {
-      results = arguments[++i];
-    } else {
-      (name.empty() ? name : state) = arguments[i];
-    }
+  Options options;
+  const option kOptions[] = {{"full", no_argument, &options.full, 1},
+                             {"one-in", required_argument, nullptr, 'n'},
+                             {"results", required_argument, nullptr, 'r'},
+                             {}};
+  for (int found; (found = getopt_long(count, arguments, "", kOptions, nullptr)) != -1;) {
+    if (found == '?') return 2;
+    if (found == 'n') options.oneIn = std::max(std::strtoull(optarg, nullptr, 10), 1ull);
+    if (found == 'r') options.results = optarg;
   }
-  bool good = true;
-  bool found = false;
+  if (optind < count) options.name = arguments[optind++];
+  if (optind < count) options.state = arguments[optind];
+  gReport = fdopen(dup(STDOUT_FILENO), "w");
+  std::setvbuf(gReport, nullptr, _IOLBF, BUFSIZ);
+  if (std::freopen("/dev/null", "w", stdout) == nullptr) return 2;
+  int failed = 0, tried = 0;
   for (const Entry& entry : kSweeps) {
-    if (!name.empty() && name != entry.name) continue;
-    found = true;
-    good = RunSweep(entry, full, oneIn, results, state) && good;
+    if (!options.name.empty() && options.name != entry.name) continue;
+    ++tried;
+    failed += !RunSweep(entry, options);
   }
-  return found && good ? 0 : 1;
+  return tried != 0 && failed == 0 ? 0 : 1;
 }

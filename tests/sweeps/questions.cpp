@@ -1,36 +1,11 @@
 #include "tests/sweeps/questions.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cstdio>
 #include <map>
 
 #include "engine/mp4_file.h"
 #include "zr_mp4_ext.h"
 
 namespace {
-
-// Sends what is printed nowhere.
-class Silence {
- public:
-  Silence() : mOutput(dup(STDOUT_FILENO)) {
-    std::fflush(stdout);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDOUT_FILENO);
-    close(nowhere);
-  }
-  Silence(const Silence&) = delete;
-  Silence& operator=(const Silence&) = delete;
-  ~Silence() {
-    std::fflush(stdout);
-    dup2(mOutput, STDOUT_FILENO);
-    close(mOutput);
-  }
-
- private:
-  int mOutput;
-};
 
 std::vector<std::string> BoxPaths(const Box& parent, const std::string& path = "") {
   std::vector<std::string> paths;
@@ -59,7 +34,6 @@ Questions::Questions(const std::string& path)
 }
 
 const std::vector<Answer>& Questions::ask(const Cause& cause) {
-  const Silence silence;
   mAnswers.clear();
   const std::shared_ptr<void> failing = cause ? cause() : nullptr;
   askAll();
