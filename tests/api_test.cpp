@@ -45,15 +45,17 @@ TEST(Arguments, NullPointersAreAnsweredWithoutAMessage) {
   EXPECT_EQ(log.all(), "");
 }
 
-TEST(Arguments, ALengthWithoutBytesIsRefused) {
+TEST(Arguments, LengthsWithoutBytesAndTracksOfOtherRecordingsAreRefused) {
+  const TempFile file, other;
+  Muxer muxer(MuxerConfig(file.path())), stranger(MuxerConfig(other.path()));
+  const ZR_MP4_TRACK_HANDLE track = muxer.add(MetaTrack());
   const LogCapture log;
-  const TempFile file;
-  Muxer muxer(MuxerConfig(file.path()));
   const zrMP4_FRAME_DATA_S frame = {0, nullptr, 5, ZR_FALSE};
   zrMP4_ATOM_INFO_S box = {1, "", nullptr};
-  EXPECT_EQ(ZR_MP4_WriteFrame(muxer.handle(), muxer.add(MetaTrack()), &frame), ZR_ERR_MP4_ILLEGAL_PARAM);
+  EXPECT_EQ(ZR_MP4_WriteFrame(muxer.handle(), track, &frame), ZR_ERR_MP4_ILLEGAL_PARAM);
   EXPECT_EQ(ZR_MP4_GetAtom(muxer.handle(), "/moov", &box), ZR_ERR_MP4_NULL_PTR);
-  EXPECT_TRUE(log.has("ZR_MP4_WriteFrame framedata error\n") && log.has("atom info buf null \n")) << log.all();
+  EXPECT_EQ(stranger.write(track, {1}, 0), ZR_ERR_MP4_ILLEGAL_PARAM);
+  EXPECT_EQ(log.all(), "MP4 3 ZR_MP4_WriteFrame framedata error\nMP4 3 atom info buf null \nMP4 3 track not exist\n");
 }
 
 // Reads the header, so that a code that is added there cannot be forgotten here.
