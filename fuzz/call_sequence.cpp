@@ -1,5 +1,6 @@
 // Public calls in any order, with good and bad arguments, dead handles among them.
 #include <cstring>
+#include <utility>
 
 #include "fuzz/fuzz.h"
 
@@ -63,15 +64,14 @@ class Caller {
     fileName().copy(config.aszFileName, sizeof(config.aszFileName));
     const unsigned flags = mIn.byte();
     config.s32Fd = flags & 1u ? mFiles[0].descriptor() : flags & 2u ? -2 : -1;
-    config.enConfigType = flags >= 0xF8 ? static_cast<zrMP4_CONFIG_TYPE_E>(flags)
-                          : writes      ? ZR_MP4_CONFIG_MUXER
-                                        : ZR_MP4_CONFIG_DEMUXER;
+    config.enConfigType = writes ? ZR_MP4_CONFIG_MUXER : ZR_MP4_CONFIG_DEMUXER;
+    if (flags >= 0xF8) config.enConfigType = static_cast<zrMP4_CONFIG_TYPE_E>(flags);
+    const ZR_U32 size = mIn.oneOf(kSizes);
+    config.stDemuxerConfig.u32VBufSize = size;
     if (writes) {
-      zrMP4_MUXER_CONFIG_S& muxer = config.stMuxerConfig;
-      muxer = {mIn.oneOf(kSizes) & 0x1FFFFFu, mIn.oneOf(kSizes),          flags >> 2 & 3u, flags >> 4 & 1u,
-               mIn.oneOf(kSizes),             static_cast<zrMP4_FORMAT_PROFILE_E>(flags >> 5 & 1u)};
-    } else {
-      config.stDemuxerConfig.u32VBufSize = mIn.oneOf(kSizes);
+      const auto profile = static_cast<zrMP4_FORMAT_PROFILE_E>(flags >> 5 & 1u);
+      const ZR_U32 buffer = mIn.oneOf(kSizes), unit = mIn.oneOf(kSizes);
+      config.stMuxerConfig = {size & 0x1FFFFFu, buffer, flags >> 2 & 3u, flags >> 4 & 1u, unit, profile};
     }
     ZR_MP4_HANDLE made = 0;
     if (ZR_MP4_Create(flags % 16 == 9 ? nullptr : &made, &config) == 0) mHandles.push_back(made);
@@ -87,12 +87,12 @@ class Caller {
 
   void createTrack() {
     const unsigned kind = mIn.byte();
-    zrMP4_TRACK_INFO_S info = kind % 4 == 0   ? VideoTrack(static_cast<zrMP4_CODECID_E>(mIn.byte() % 8))
-                              : kind % 4 == 1 ? AudioTrack(static_cast<zrMP4_CODECID_E>(mIn.byte() % 8 + 6))
-                                              : MetaTrack();
+    zrMP4_TRACK_INFO_S info = MetaTrack();
+    if (kind % 4 == 0) info = VideoTrack(static_cast<zrMP4_CODECID_E>(mIn.byte() % 8));
+    if (kind % 4 == 1) info = AudioTrack(static_cast<zrMP4_CODECID_E>(mIn.byte() % 8 + 6));
     if (kind % 4 == 3) {  // anything
       const Data raw = mIn.bytes();
-      if (!raw.empty()) std::memcpy(&info, raw.data(), std::min(raw.size(), sizeof(info)));
+      std::copy_n(raw.begin(), std::min(raw.size(), sizeof(info)), reinterpret_cast<ZR_U8*>(&info));
     }
     const ZR_MP4_HANDLE file = handle();
     if (ZR_MP4_CreateTrack(file, kind == 0xFF ? nullptr : &mFound, &info) == 0) mTracks.push_back(mFound);
@@ -120,7 +120,7 @@ class Caller {
 
   std::string path() {
     const unsigned which = mIn.byte();
-    if (which < 0xC0) return kPaths[which % (sizeof(kPaths) / sizeof(*kPaths))];
+    if (which < 0xC0) return kPaths[which % std::size(kPaths)];
     const Data raw = mIn.bytes();
     return {raw.begin(), raw.end()};
   }
@@ -135,26 +135,21 @@ class Caller {
   }
 
   void statistics() {
-    zrMP4_CONFIG_S config = MuxerConfig(fileName().substr(0, 255));
+    const zrMP4_CONFIG_S config = MuxerConfig(fileName().substr(0, 255));
     const zrMP4_TRACK_INFO_S info = mIn.byte() % 2 ? VideoTrack() : AudioTrack();
-    zrMP4_PROC_TRACK_S* track = nullptr;
-    switch (mIn.byte() % 5) {
-      case 0:
-        if (mMuxer == nullptr) MP4_PROC_Add(&mMuxer, &config);
-        return;
-      case 1:
-        MP4_PROC_CreateTrack(mMuxer, &track, &info);
-        MP4_PROC_WriteFrame(mMuxer, track, mIn.number(8), mIn.word(), mIn.number(8));
-        return;
-      case 2: MP4_PROC_DestroyTrack(mMuxer); return;
-      case 3:
-        MP4_PROC_DestroyTrack(mMuxer);
-        MP4_PROC_Remove(mMuxer);
-        mMuxer = nullptr;
-        return;
-      default:
-        MP4_PROC_UpdateWriteTime(config.aszFileName, mIn.number(8));
-        MP4_PROC_UpdateAllocTime(config.aszFileName, mIn.number(8));
+    const unsigned kind = mIn.byte() % 5;
+    if (kind == 0 && mMuxer == nullptr) MP4_PROC_Add(&mMuxer, &config);
+    if (kind == 1) {
+      zrMP4_PROC_TRACK_S* track = nullptr;
+      MP4_PROC_CreateTrack(mMuxer, &track, &info);
+      const std::uint64_t time = mIn.number(8), size = mIn.number(4);
+      MP4_PROC_WriteFrame(mMuxer, track, time, static_cast<ZR_U32>(size), mIn.number(8));
+    }
+    if (kind == 2 || kind == 3) MP4_PROC_DestroyTrack(mMuxer);
+    if (kind == 3) MP4_PROC_Remove(std::exchange(mMuxer, nullptr));
+    if (kind == 4) {
+      MP4_PROC_UpdateWriteTime(config.aszFileName, mIn.number(8));
+      MP4_PROC_UpdateAllocTime(config.aszFileName, mIn.number(8));
     }
   }
 

@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -12,19 +10,6 @@
 
 #include "tests/support/session.h"
 #include "zr_log.h"
-
-#if defined(__has_feature)
-#define ZRMP4_HAS_FEATURE(name) __has_feature(name)
-#else
-#define ZRMP4_HAS_FEATURE(name) 0
-#endif
-#if defined(__SANITIZE_ADDRESS__) || ZRMP4_HAS_FEATURE(address_sanitizer)
-#define ZRMP4_COUNTS_MEMORY
-// Of the sanitizer's library; not every compiler has its header.
-extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*allocated)(const volatile void*, std::size_t),
-                                                         void (*freed)(const volatile void*));
-extern "C" std::size_t __sanitizer_get_allocated_size(const volatile void* memory);
-#endif
 
 // What the fuzz targets share. Each target is one source file, so that this may define what a program has once.
 
@@ -34,15 +19,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 // Where there is no fuzzer, the target runs over the files of a folder: FOLDER.
 int main(int argc, char** argv) {
   if (argc != 2 || std::freopen("/dev/null", "w", stdout) == nullptr) return 2;
-  int count = 0;
+  bool found = false;
   for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
     std::fprintf(stderr, "%s\n", entry.path().filename().c_str());  // the last one named is the one that fails
     std::ifstream file(entry.path(), std::ios::binary);
     const Data bytes{std::istreambuf_iterator<char>(file), {}};
-    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-    ++count;
+    found = LLVMFuzzerTestOneInput(bytes.data(), bytes.size()) == 0;
   }
-  return count > 0 ? 0 : 1;
+  return found ? 0 : 1;
 }
 #endif
 
@@ -73,7 +57,6 @@ class Input {
     return value;
   }
   unsigned byte() { return static_cast<unsigned>(number(1)); }
-  ZR_U32 word() { return static_cast<ZR_U32>(number(4)); }
   // As many as there are, behind their 16-bit count.
   Data bytes() {
     const auto wanted = static_cast<std::ptrdiff_t>(number(2));
@@ -91,30 +74,33 @@ class Input {
   const std::uint8_t* mEnd;
 };
 
+// Of the sanitizer's library, where there is one.
+extern "C" __attribute__((weak)) int __sanitizer_install_malloc_and_free_hooks(
+    void (*allocated)(const volatile void*, std::size_t), void (*freed)(const volatile void*));
+extern "C" __attribute__((weak)) std::size_t __sanitizer_get_allocated_size(const volatile void* memory);
+
 // While it lives, memory in use may grow by what buffers take whatever the file, and by a small multiple of the bytes
-// that are read.
+// that are read. Without the sanitizer nothing counts it.
 class MemoryBound {
  public:
-#if defined(ZRMP4_COUNTS_MEMORY)
-  MemoryBound(std::size_t buffers, std::size_t bytes) : mMost(static_cast<long long>(buffers + kMultiple * bytes)) {
-    static const int installed = __sanitizer_install_malloc_and_free_hooks(
-        [](const volatile void*, std::size_t size) { sPeak = std::max(sPeak, sUsed += static_cast<long long>(size)); },
-        [](const volatile void* p) { sUsed -= static_cast<long long>(__sanitizer_get_allocated_size(p)); });
-    static_cast<void>(installed);
+  MemoryBound(std::size_t buffers, std::size_t bytes) : mMost(static_cast<std::ptrdiff_t>(buffers + 32 * bytes)) {
+    const auto install = __sanitizer_install_malloc_and_free_hooks;
+    [[maybe_unused]] static const int installed = install != nullptr ? install(Allocated, Freed) : 0;
     sUsed = sPeak = 0;
   }
   ~MemoryBound() { Require(sPeak <= mMost, "took " + std::to_string(sPeak) + " bytes of memory"); }
 
  private:
-  static constexpr std::size_t kMultiple = 32;
+  static void Allocated(const volatile void*, std::size_t size) {
+    sPeak = std::max(sPeak, sUsed += static_cast<std::ptrdiff_t>(size));
+  }
+  static void Freed(const volatile void* memory) {
+    sUsed -= static_cast<std::ptrdiff_t>(__sanitizer_get_allocated_size(memory));
+  }
 
-  static inline thread_local long long sUsed = 0;
-  static inline thread_local long long sPeak = 0;
-  long long mMost;
-#else
-  MemoryBound(std::size_t, std::size_t) {}
-  ~MemoryBound() {}
-#endif
+  static inline thread_local std::ptrdiff_t sUsed = 0;
+  static inline thread_local std::ptrdiff_t sPeak = 0;
+  std::ptrdiff_t mMost;
 };
 
 // Asks for the payload of a box as a caller does: for its length first.

@@ -38,11 +38,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   config.stDemuxerConfig.u32VBufSize = size % 2;  // the library's choice, or next to none
   {
     const MemoryBound bound(128 << 10, size);
-    ZR_MP4_HANDLE handle = 0;
-    if (ZR_MP4_Create(&handle, &config) == 0) {
-      Query(handle, size);
-      ZR_MP4_Destroy(handle, nullptr);
-    }
+    const Muxer reader(config);
+    if (reader.status() == 0) Query(reader.handle(), size);
   }
   Require(file.bytes() == bytes, "reading changed the file");
   return 0;

@@ -8,7 +8,7 @@
 #include "codec/nal_unit.h"
 #include "codec/prores_parser.h"
 #include "fuzz/fuzz.h"
-#include "stream/mem_io_stream.h"
+#include "tests/support/short_stream.h"
 #include "track/nal_track.h"
 
 using namespace zrmp4;
@@ -37,31 +37,25 @@ void ParseHeaders(const ZR_U8* data, ZR_U32 size) {
 }
 
 Data Written(Atom& box) {
-  MemIOStream stream;
-  Require(stream.open() == 0 && box.Write(&stream) == 0, box.type() + " cannot be written");
-  return {stream.data(), stream.data() + stream.size()};
+  ShortStream stream;
+  Require(box.Write(&stream) == 0, box.type() + " cannot be written");
+  return stream.data();
 }
 
-// Answers whether the bytes were such a box.
+// What is written of the box that these bytes are, or nothing.
 template <typename Box>
-bool ReadBox(const Data& bytes, Data* rewritten) {
-  MemIOStream stream;
-  stream.open();
-  stream.writeBytes(bytes.data(), static_cast<ZR_U32>(bytes.size()));
-  stream.seek(0, 0);
+Data Rewritten(const Data& bytes) {
+  ShortStream stream(bytes);
   AtomHeader header;
-  if (header.Read(&stream) != 0 || header.Length(stream.size()) < header.Size()) return false;
+  if (header.Read(&stream) != 0 || header.Length(stream.size()) < header.Size()) return {};
   Box box(header);
-  if (box.readData(&stream) != 0) return false;
-  *rewritten = Written(box);
-  return true;
+  return box.readData(&stream) == 0 ? Written(box) : Data();
 }
 
 template <typename Box>
 void RoundTrip(const Data& bytes) {
-  Data once, twice;
-  if (!ReadBox<Box>(bytes, &once)) return;
-  Require(ReadBox<Box>(once, &twice) && once == twice, "a configuration that is read differently the second time");
+  const Data once = Rewritten<Box>(bytes);
+  Require(Rewritten<Box>(once) == once, "a configuration that is read differently the second time");
 }
 
 void CheckPieces(const Track::Mp4Sample& sample, const Data& frame) {
@@ -85,13 +79,14 @@ void CutFrames(const Data& frame) {
   for (ZR_U32 i = 0; i < sample.partCount; ++i) {
     const auto length = static_cast<ZR_U16>(std::min(sample.partSize[i], 0xFFFFu));
     if (length == 0) continue;
-    const ZR_U8* nalu = sample.partData[i];
-    static_cast<void>((nalu[0] & 0x1F) == 7 ? avcc.AddSps(nalu, length) : avcc.AddPps(nalu, length));
-    const int type = nalu[0] >> 1 & 0x3F;
-    static_cast<void>(type == 32   ? hvcc.AddVps(nalu, length)
-                      : type == 33 ? hvcc.AddSps(nalu, length)
-                      : type == 34 ? hvcc.AddPps(nalu, length)
-                                   : hvcc.AddSei(nalu, length));
+    const ZR_U8* unit = sample.partData[i];
+    (unit[0] & 0x1F) == 7 ? avcc.AddSps(unit, length) : avcc.AddPps(unit, length);
+    switch (unit[0] >> 1 & 0x3F) {
+      case 32: hvcc.AddVps(unit, length); break;
+      case 33: hvcc.AddSps(unit, length); break;
+      case 34: hvcc.AddPps(unit, length); break;
+      default: hvcc.AddSei(unit, length);
+    }
   }
   RoundTrip<AvccAtom>(Written(avcc));
   hvcc.settleSize();
