@@ -1,21 +1,16 @@
-"""Does what the README tells a new user, from a fresh copy of the sources: every sh block, with the C program of its c
-block saved as it says. Also checks the links between the documents, and the bytes of the worked example in
-docs/file_format.md.  readme_test.py SOURCES"""
-import glob
+"""Does what the documents tell a new user.  SOURCES in the environment says where they are."""
 import os
+import pathlib
 import re
 import shutil
-import sys
-import tempfile
 
 from programs import ffprobe, run
 
-SOURCES = os.path.abspath(sys.argv[1])
+SOURCES = pathlib.Path(os.environ["SOURCES"]).resolve()
 
 
 def text_of(path):
-    with open(os.path.join(SOURCES, path), encoding="utf-8") as file:
-        return file.read()
+    return (SOURCES / path).read_text(encoding="utf-8")
 
 
 def blocks(language):
@@ -28,37 +23,33 @@ def can_run(block):
     return "scripts/" not in block and ("arm" not in block or all(map(shutil.which, tools)))
 
 
-def check_links():
-    for document in (name for pattern in ("*.md", "docs/*.md") for name in glob.glob(pattern, root_dir=SOURCES)):
-        for target in re.findall(r"\]\(([^)#]+)", text_of(document)):
-            path = os.path.join(SOURCES, os.path.dirname(document), target)
-            assert os.path.exists(path), "%s: no %s" % (document, target)
+def test_links_between_the_documents_lead_somewhere():
+    for document in (*SOURCES.glob("*.md"), *SOURCES.glob("docs/*.md")):
+        for target in re.findall(r"\]\(([^)#]+)", document.read_text(encoding="utf-8")):
+            assert (document.parent / target).exists(), document
 
 
-def check_worked_example(scratch):
+def test_the_worked_example_of_the_file_format_is_repaired(tmp_path):
     dump = re.search(r"^00000000: .*?(?=^```)", text_of("docs/file_format.md"), re.M | re.S)[0]
     data = bytes.fromhex("".join(line[10:50] for line in dump.splitlines()))
-    with open(scratch + "/example.mp4", "wb") as file:
-        file.write(data)
-    report = run(scratch + "/zrmp4/bin/zrmp4", "repair", scratch + "/example.mp4").stdout
-    assert "%d bytes kept, 0 dropped" % len(data) in report and "2 frames, 2 key frames, 0.080 s" in report, report
+    (tmp_path / "example.mp4").write_bytes(data)
+    report = run("zrmp4 repair example.mp4", cwd=tmp_path).stdout
+    assert "%d bytes kept, 0 dropped" % len(data) in report and "2 frames, 2 key frames, 0.080 s" in report
 
 
-check_links()
-with tempfile.TemporaryDirectory() as scratch:
-    folder = scratch + "/clone"
-    os.mkdir(folder)
-    for name in set(os.listdir(SOURCES)) - {"build", ".git"}:
-        os.symlink(os.path.join(SOURCES, name), os.path.join(folder, name))
+def test_the_blocks_of_the_readme_work_one_after_the_other(tmp_path):
+    """In a fresh copy of the sources, with the C program of its c block saved as it says."""
+    clone = tmp_path / "clone"
+    clone.mkdir()
+    for path in SOURCES.iterdir():
+        if path.name not in ("build", ".git"):
+            (clone / path.name).symlink_to(path)
     program, = blocks("c")
     assert program.count("\n") <= 41, "the recorder has grown"
-    with open(folder + "/recorder.c", "w", encoding="utf-8") as file:
-        file.write(program)
-    script = "set -euo pipefail\nffmpeg() { command ffmpeg -nostdin -v error -y \"$@\"; }\n"
-    script += "".join(filter(can_run, blocks("sh")))
-    shown = run("bash", "-xc", script, cwd=folder, env=dict(os.environ, HOME=scratch), timeout=1400).stdout
+    (clone / "recorder.c").write_text(program, encoding="utf-8")
+    (clone / "all.sh").write_text("ffmpeg() { command ffmpeg -nostdin -v error -y \"$@\"; }\n" +
+                                  "".join(filter(can_run, blocks("sh"))), encoding="utf-8")
+    shown = run("bash -euxo pipefail all.sh", cwd=clone, env={**os.environ, "HOME": str(tmp_path)}, timeout=1400).stdout
     for expected in ("repaired in", "track 2: metadata", "+-moov", "\nsuccess\n"):
-        assert expected in shown, "%s is missing in\n%s" % (expected, shown[-4000:])
-    frames = ffprobe(folder + "/camera.mp4", "stream=nb_read_frames", "-count_frames", "-select_streams", "v")
-    assert frames == [["90"]], frames
-    check_worked_example(scratch)
+        assert expected in shown
+    assert ffprobe(clone / "camera.mp4", "stream=nb_read_frames", "-count_frames -select_streams v") == [["90"]]
