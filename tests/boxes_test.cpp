@@ -4,6 +4,7 @@
 #include "box/file_boxes.h"
 #include "box/hevc_entry.h"
 #include "box/prores_entry.h"
+#include "box/stsd_atom.h"
 #include "box/track_boxes.h"
 #include "box/user_def_atom.h"
 #include "box/vemo_atom.h"
@@ -55,6 +56,10 @@ TEST(Boxes, RefuseWhatNobodyGivesThem) {
   HdlrAtom hdlr;
   EXPECT_EQ(hdlr.setHdlrAtom("video", "x") + hdlr.setHdlrAtom("vide", std::string(256, 'n')), -2);
   EXPECT_EQ(DrefAtom().addEntry("url  ", 0, 1), -1);
+  StsdAtom stsd;
+  GpmdAtom gpmd;
+  EXPECT_EQ(stsd.readData(nullptr) + stsd.writeData(nullptr) + gpmd.readData(nullptr) + gpmd.writeData(nullptr), -4);
+  EXPECT_EQ(stsd.ReadChild(nullptr), nullptr);
   UserDefAtom user("abcd", 3);
   EXPECT_EQ(user.InputData(nullptr, 0) + user.InputData(bytes, 3) + user.InputData(bytes, 2), -1);
   EXPECT_EQ(log.all(),
@@ -67,7 +72,9 @@ TEST(Boxes, RefuseWhatNobodyGivesThem) {
             "MP4 3 HvccAtom::AddPps:72 input parameter null \nMP4 3 AddSei:126 input parameter null \n"
             "MP4 3 AddVps:126 input parameter null \nMP4 3 pszCompSubType param invalid\n"
             "MP4 3 mComponentNameLen invalid\nMP4 3 memcpy entry type(url  ) error\n"
-            "MP4 3 mData has already contains data\n");
+            "MP4 3 HvccAtom::readData:111 input parameter null \nMP4 3 HvccAtom::writeData:120 input parameter null \n"
+            "MP4 3 HvccAtom::readData:967 input parameter null \nMP4 3 HvccAtom::writeData:976 input parameter null \n"
+            "MP4 3 HvccAtom::ReadChild:130 input parameter null \nMP4 3 mData has already contains data\n");
   EXPECT_EQ(user.InputData(nullptr, 5) + user.InputData(bytes, 0), -2);
   EXPECT_TRUE(box.header().size == 8 && hdlr.header().size == 32 && avcc.header().size == 15);
   VemoAtom vemo(0, ZR_FALSE, ZR_FALSE, 0);
@@ -81,7 +88,6 @@ TEST(Boxes, RefuseWhatNobodyGivesThem) {
 TEST(Boxes, MakeAFileOfOneThatIsAMovie) {
   const LogCapture log;
   ISOBaseMediaFile file;
-  file.AddChild(new Atom("mdat", 8));
   EXPECT_TRUE(file.IsISOBaseMediaFile() == 0 && log.has("have no moov box error\n"));
   file.AddChild(new Atom("MOOV", 8));
   EXPECT_EQ(file.IsISOBaseMediaFile(), 1);

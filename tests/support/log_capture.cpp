@@ -17,12 +17,6 @@ std::vector<LogCapture::Line>& Lines() {
   return lines;
 }
 
-template <typename Matches>
-int Count(Matches matches) {
-  const std::lock_guard<std::mutex> lock(gMutex);
-  return static_cast<int>(std::count_if(Lines().begin(), Lines().end(), matches));
-}
-
 }  // namespace
 
 extern "C" void ZR_LOG_Printf(const char* pszModule, int s32Level, const char* pszFormat, ...) {
@@ -47,13 +41,8 @@ std::vector<LogCapture::Line> LogCapture::lines() {
 }
 
 int LogCapture::count(const std::string& text) {
-  return Count([&](const Line& line) { return line.text == text; });
-}
-
-int LogCapture::transferFailures() {
-  return Count([](const Line& line) {
-    return line.module == "IO" || line.text.find(" buf failed\n") != std::string::npos;
-  });
+  const std::vector<Line> all = lines();
+  return static_cast<int>(std::count_if(all.begin(), all.end(), [&](const Line& line) { return line.text == text; }));
 }
 
 std::string LogCapture::all() {

@@ -21,8 +21,6 @@ class LogCapture {
   // Lines that are this text.
   static int count(const std::string& text);
   static bool has(const std::string& text) { return count(text) > 0; }
-  // Lines that report a transfer cut short: one of the module "IO", or a table that was read in one go.
-  static int transferFailures();
   // All of them, to be shown when an expectation fails.
   static std::string all();
 };
