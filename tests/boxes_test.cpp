@@ -105,10 +105,10 @@ TEST(Boxes, DurationsThatDoNotFit) {
 TEST(HvccAtom, GrowsWithItsSetsUntilItIsSettled) {
   HvccAtom box;
   ZR_U32 size = box.header().size;
-  for (const auto& [nal, header] : {std::pair(kHevcVps, 3u), {kHevcVps, 3}, {kHevcPps, 3}, {kHevcVps, 0}, {kHevcSps, 3}}) {
-    Nal set = nal;
+  const auto vps = &HvccAtom::AddVps, sps = &HvccAtom::AddSps, pps = &HvccAtom::AddPps;
+  for (const auto& [add, header] : {std::pair(vps, 3u), {vps, 3}, {pps, 3}, {vps, 0}, {sps, 3}}) {
+    Nal set = add == vps ? kHevcVps : add == sps ? kHevcSps : kHevcPps;
     set.push_back(static_cast<ZR_U8>(size));  // another set
-    const auto add = nal == kHevcVps ? &HvccAtom::AddVps : nal == kHevcSps ? &HvccAtom::AddSps : &HvccAtom::AddPps;
     EXPECT_EQ((box.*add)(set.data(), static_cast<ZR_U16>(set.size())), 0);
     size += 2 + static_cast<ZR_U32>(set.size()) + header;
     EXPECT_EQ(box.header().size, size);

@@ -144,19 +144,14 @@ TEST(SampleTables, MergeJoinsARangeAndCropFillsANewTable) {
 
 TEST(SampleTables, NullArgumentsAreLoggedAndChangeNothing) {
   const LogCapture log;
-  SttsAtom stts;
-  StscAtom stsc;
-  StszAtom stsz;
-  StcoAtom stco;
-  Co64Atom co64;
-  StssAtom stss;
-  EXPECT_FALSE(stts.merge(nullptr, 1, 2) || stsc.merge(nullptr, 1, 2) || stsz.merge(nullptr, 1, 2) ||
-               stco.merge(nullptr, 1, 2, 0) || co64.merge(nullptr, 1, 2, 0) || stss.merge(nullptr, 1, 2, 0) ||
-               stsc.crop2new(nullptr) || stsz.crop2new(nullptr, 1, 2) || stco.crop2new(nullptr, 1, 2, 0) ||
-               co64.crop2new(nullptr, 1, 2, 0) || stss.crop2new(nullptr, 1, 2));
+  EXPECT_FALSE(SttsAtom().merge(nullptr, 1, 2) || StscAtom().merge(nullptr, 1, 2) || StszAtom().merge(nullptr, 1, 2) ||
+               StcoAtom().merge(nullptr, 1, 2, 0) || Co64Atom().merge(nullptr, 1, 2, 0) ||
+               StssAtom().merge(nullptr, 1, 2, 0) || StscAtom().crop2new(nullptr) ||
+               StszAtom().crop2new(nullptr, 1, 2) || StcoAtom().crop2new(nullptr, 1, 2, 0) ||
+               Co64Atom().crop2new(nullptr, 1, 2, 0) || StssAtom().crop2new(nullptr, 1, 2));
   ZR_U64 start = 0;
-  stco.getPosByNO(1, nullptr), co64.getPosByNO(1, nullptr), stss.getIFrameNumber(nullptr);
-  stco.getFramePos(1, 1, &start, nullptr);
+  StcoAtom().getPosByNO(1, nullptr), Co64Atom().getPosByNO(1, nullptr), StssAtom().getIFrameNumber(nullptr);
+  StcoAtom().getFramePos(1, 1, &start, nullptr);
   std::string operations;
   for (const auto& line : log.lines()) operations += line.text.substr(10, line.text.find(':', 10) - 10) + " ";
   EXPECT_EQ(operations, "merge merge merge merge merge merge crop2new crop2new crop2new crop2new crop2new "

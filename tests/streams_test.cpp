@@ -179,17 +179,15 @@ TEST_F(FileStream, ADescriptorWinsAndStaysTheCallers) {
   for (const int fd : {opened(O_RDWR), opened(O_WRONLY), opened(O_RDWR | O_APPEND)}) {
     ASSERT_EQ(lseek(fd, 70, SEEK_SET), 70);
     ASSERT_EQ(open("w", fd), 0);
-    ASSERT_TRUE(Writes(stream, Pattern(40, 1)) && stream.flush() == 0 && stream.seek(10, 0) == 0 && Writes(stream, {7}));
+    ASSERT_TRUE(Writes(stream, {1, 2, 3, 4}) && stream.seek(1, 0) == 0 && Writes(stream, {7}));
     ASSERT_EQ(stream.close(), 0);
-    Data content = Pattern(40, 1);
-    content[10] = 7;
-    EXPECT_EQ(ContentOf(used), content);
+    EXPECT_EQ(ContentOf(used), (Data{1, 7, 3, 4}));
     EXPECT_EQ(lseek(fd, 0, SEEK_CUR), 70) << "the caller's position";
     EXPECT_EQ(close(fd), 0) << "the caller's to close";
     EXPECT_EQ(open("w", fd), -1);
   }
   for (const int fd : {ends[0], ends[1], opened(O_RDONLY)}) EXPECT_TRUE(open("w", fd) == -1 && close(fd) == 0);
-  EXPECT_EQ(ContentOf(used).size(), 40u);
+  EXPECT_EQ(ContentOf(used).size(), 4u);
   EXPECT_FALSE(isThere()) << "the path is not used instead";
 }
 
@@ -200,9 +198,7 @@ TEST_F(FileStream, ReservedSpaceLiesBehindTheEndAndWritesAreReported) {
                                        [](const char*, ZR_U64) -> ZR_U32 { return ++allocations, 0; }};
   const auto taken = [&] {
     struct stat status;
-    EXPECT_EQ(stat(file.path().c_str(), &status), 0);
-    EXPECT_EQ(status.st_size, 4000);
-    return status.st_blocks * 512;
+    return stat(file.path().c_str(), &status) == 0 && status.st_size == 4000 ? status.st_blocks * 512 : -1;
   };
   ASSERT_EQ(stream.open(file.path(), -1, kUnit, 4096, "w"), 0);
   EXPECT_EQ(stream.RegistProcOpt(nullptr), -1);
@@ -217,7 +213,7 @@ TEST_F(FileStream, ReservedSpaceLiesBehindTheEndAndWritesAreReported) {
   }
   close(probe);
   ASSERT_EQ(stream.close(), 0);
-  EXPECT_LT(taken(), kUnit / 2);
+  EXPECT_TRUE(taken() >= 0 && taken() < kUnit / 2) << taken();
 }
 
 TEST(SyncSchedule, FollowsBytesSecondsAndWhatTheCardTakes) {

@@ -29,7 +29,7 @@ TEST(StartCodes, EverySearchFindsThemEverywhere) {
       const ZR_U8* code = std::search(from, end, kCode, kCode + 3);
       one = code != end ? code + 2 : end;
       for (ZR_U32 i = 0; i < count; ++i) {
-        ASSERT_EQ(searches[i](from, end), one) << "search " << i << ", " << from - bytes.data() << " of " << bytes.size();
+        ASSERT_EQ(searches[i](from, end), one) << "search " << i << ", " << end - from << " of " << bytes.size();
       }
     }
   };

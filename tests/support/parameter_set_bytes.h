@@ -7,15 +7,11 @@
 
 using Nal = std::vector<std::uint8_t>;
 
-// Bits written by hand, blanks ignored, zeros to the end of the last byte: FromBits("0 100001 1") is 0x43.
+// Bits written by hand, zeros to the end of the last byte: FromBits("01000011") is 0x43.
 inline Nal FromBits(const std::string& bits) {
-  Nal bytes;
-  std::size_t count = 0;
-  for (char bit : bits) {
-    if (bit == ' ') continue;
-    if (count % 8 == 0) bytes.push_back(0);
-    if (bit == '1') bytes.back() = static_cast<std::uint8_t>(bytes.back() | 0x80 >> count % 8);
-    ++count;
+  Nal bytes((bits.size() + 7) / 8);
+  for (std::size_t i = 0; i < bits.size(); ++i) {
+    if (bits[i] == '1') bytes[i / 8] = static_cast<std::uint8_t>(bytes[i / 8] | 0x80 >> i % 8);
   }
   return bytes;
 }
