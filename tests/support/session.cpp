@@ -81,15 +81,11 @@ class SessionBuilder {
     mSession.calls.push_back({Call::kBox, Data(mBoxes * 3 % 40, static_cast<std::uint8_t>(mBoxes)), 0, false, path});
     return *this;
   }
-  SessionBuilder& leadingBox(const std::string& path) {
-    ++mSession.leading;
-    return box(path);
-  }
   SessionBuilder& rounds(int count, std::size_t size, std::vector<std::string> paths = {}) {
     for (; count > 0; --count, ++mRound) {
       for (std::size_t i = 0; i < mSession.tracks.size(); ++i) {
         const bool key = mRound % 5 == 0;
-        const auto fill = static_cast<std::uint8_t>(mRound * 7 + i + 1 == 0 ? 1 : (mRound * 7 + i) % 200 + 3);
+        const auto fill = static_cast<std::uint8_t>((mRound * 7 + i) % 200 + 3);
         add(static_cast<int>(i), FrameOf(mSession.tracks[i], key, size + mRound % 4 * 5 + i, fill), key);
       }
       if (!paths.empty()) box(paths[mRound % paths.size()]);
@@ -135,8 +131,8 @@ std::vector<Session> MakeSessions() {
   const auto meta = MetaTrack();
   return {
       SessionBuilder("six tracks", 16384, {video, video, aac, AudioTrack(), meta, prores})
-          .leadingBox("/").leadingBox("/moov").rounds(40, 60, everywhere)
-          .with([](Session& s) { s.buffer = 1; }),
+          .box("/").box("/moov").rounds(40, 60, everywhere)
+          .with([](Session& s) { s.leading = 2; s.buffer = 1; }),
       SessionBuilder("H.265, wide", 8192, {hevc, aac, meta}).box("/").box("/").rounds(50, 90, {"/moov/trak[2]"})
           .with([](Session& s) { s.wide = ZR_TRUE; s.preAlloc = 131072; }),
       SessionBuilder("constant rate", 8192, {video, meta}).rounds(70, 80, {"/moov/trak[1]"})

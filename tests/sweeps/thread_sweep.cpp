@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <functional>
+#include <future>
 #include <thread>
 
 #include "tests/support/session.h"
@@ -73,18 +75,13 @@ std::string RecordOn(int handle, int workers, std::atomic<int>& open) {
   for (++open; open < kHandles;) std::this_thread::yield();
   zrMP4_PROC_MUXER_S* statistics = nullptr;
   if (muxer.status() != 0 || MP4_PROC_Add(&statistics, &config) != 0) return "no handle";
-  std::vector<std::string> problems(static_cast<std::size_t>(workers));
-  std::vector<std::thread> threads;
-  for (int i = 1; i < workers; ++i) {
-    threads.emplace_back([&, i] { problems[static_cast<std::size_t>(i)] = Work(muxer, i); });
-  }
-  problems[0] = Work(muxer, 0);
-  for (std::thread& thread : threads) thread.join();
+  std::vector<std::future<std::string>> work;
+  for (int i = 0; i < workers; ++i) work.push_back(std::async(std::launch::async, Work, std::ref(muxer), i));
+  std::string problem;
+  for (std::future<std::string>& one : work) problem += one.get();
   MP4_PROC_UpdateWriteTime(config.aszFileName, static_cast<ZR_U64>(handle));
   MP4_PROC_Remove(statistics);
-  for (const std::string& problem : problems) {
-    if (!problem.empty()) return problem;
-  }
+  if (!problem.empty()) return problem;
   // A track that came after the first frame is not repaired, so only the others are cut.
   const bool cut = workers == 1 && handle % 2 == 0;
   if (!cut) muxer.finish();
@@ -98,15 +95,13 @@ void Threads(Sweep& sweep) {
   using Clock = std::chrono::steady_clock;
   const auto end = Clock::now() + std::chrono::seconds(sweep.choose(20, 600));
   for (std::uint64_t round = 0; Clock::now() < end; ++round) {
-    std::vector<std::string> problems(kHandles);
-    std::vector<std::thread> threads;
     std::atomic<int> open{0};
+    std::vector<std::future<std::string>> files;
     for (int i = 0; i < kHandles; ++i) {
-      threads.emplace_back([&, i] { problems[static_cast<std::size_t>(i)] = RecordOn(i, i == 0 ? 4 : 1, open); });
+      files.push_back(std::async(std::launch::async, RecordOn, i, i == 0 ? 4 : 1, std::ref(open)));
     }
-    for (std::thread& thread : threads) thread.join();
-    for (std::size_t i = 0; i < problems.size(); ++i) {
-      sweep.attempt(At("round", round) + At(", handle", i), [&] { return problems[i]; });
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      sweep.attempt(At("round", round) + At(", handle", i), [&] { return files[i].get(); });
     }
   }
 }
