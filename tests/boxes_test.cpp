@@ -75,6 +75,12 @@ TEST(Boxes, RefuseWhatNobodyGivesThem) {
             "MP4 3 HvccAtom::readData:111 input parameter null \nMP4 3 HvccAtom::writeData:120 input parameter null \n"
             "MP4 3 HvccAtom::readData:967 input parameter null \nMP4 3 HvccAtom::writeData:976 input parameter null \n"
             "MP4 3 HvccAtom::ReadChild:130 input parameter null \nMP4 3 mData has already contains data\n");
+  FieldIo none = FieldIo::Reading(nullptr);
+  ZR_U8 byte = 0;
+  ZR_U32 word = 0;
+  ZR_U64 wide = 0;
+  EXPECT_FALSE(none.byte(byte) || none.fixed16(1) || none.be24(word) || none.be32(word) || none.be64(wide) ||
+               none.bytes(&byte, 1));
   EXPECT_EQ(user.InputData(nullptr, 5) + user.InputData(bytes, 0), -2);
   EXPECT_TRUE(box.header().size == 8 && hdlr.header().size == 32 && avcc.header().size == 15);
   VemoAtom vemo(0, ZR_FALSE, ZR_FALSE, 0);

@@ -69,13 +69,19 @@ TEST(Tracks, AreMadeForKnownKindsAndTellOfSeveralSlices) {
       TrakAtom::create(TrakAtom::TRAK_VIDEO, 1, "", TrakAtom::CODEC_AVC, 120000, ZR_FALSE));
   ASSERT_EQ(trak->init(), 0);
   const std::unique_ptr<Track> track(Track::create(&stream, trak.get(), &mdat, 1, 0, ZR_FALSE));
+  auto& nal = static_cast<NalTrack&>(*track);
   Data frame = KeyFrame();
   for (const bool several : {false, true}) {
     Track::Mp4Sample sample;
     ASSERT_EQ(track->FrameToSample(frame.data(), static_cast<ZR_U32>(frame.size()), 0, ZR_TRUE, &sample), 0);
     ASSERT_EQ(track->ExamineSample(sample), 0u);
-    EXPECT_EQ(static_cast<NalTrack&>(*track).multiSliceKey(), several);
+    EXPECT_EQ(nal.multiSliceKey(), several);
     frame.insert(frame.end(), {0, 0, 0, 1, 0x65, 9, 9, 9, 9});
+  }
+  EXPECT_EQ(nal.GetNaluType(nullptr, 1, frame.data()) + nal.GetNaluType(frame.data(), 1, nullptr), -2);
+  for (const auto& [rate, speed] : {std::pair(0, 1.0f), {25, 0.0f}}) {
+    const std::unique_ptr<TrakAtom> data(TrakAtom::create(TrakAtom::TRAK_META, 2, "", TrakAtom::CODEC_META, 1, ZR_TRUE));
+    EXPECT_NE(std::unique_ptr<Track>(Track::create(&stream, data.get(), &mdat, speed, rate, ZR_TRUE)), nullptr);
   }
 }
 

@@ -119,15 +119,6 @@ ZR_U32 Muxer::write(ZR_MP4_TRACK_HANDLE track, const Data& frame, ZR_U64 pts, bo
   return ZR_MP4_WriteFrame(mHandle, track, &data);
 }
 
-ZR_U32 Muxer::addBox(const char* path, const char* type, const Data& payload) {
-  Data copy = payload;
-  zrMP4_ATOM_INFO_S box = {};
-  box.u32DataLen = static_cast<ZR_U32>(copy.size());
-  std::strncpy(box.aszType, type, sizeof(box.aszType) - 1);
-  box.pu8DataBuf = copy.empty() ? nullptr : copy.data();
-  return ZR_MP4_AddAtom(mHandle, path, &box);
-}
-
 ZR_U32 Muxer::destroy() {
   if (mHandle == 0) return 0;
   const ZR_U32 status = ZR_MP4_Destroy(mHandle, nullptr);
@@ -211,12 +202,6 @@ void RecordedFile::readChildren(Box& parent, std::uint64_t from) {
   if (at != parent.end()) note(std::to_string(parent.end() - at) + " bytes at the end of " + parent.type);
 }
 
-std::string RecordedFile::outline() const {
-  std::string types;
-  for (const Box& box : mRoot.children) types += (types.empty() ? "" : " ") + box.type;
-  return types;
-}
-
 const Box* RecordedFile::find(const std::string& path) const {
   const Box* box = &mRoot;
   for (std::size_t at = 0; at < path.size() && box != nullptr;) {
@@ -231,37 +216,30 @@ const Box* RecordedFile::find(const std::string& path) const {
   return box;
 }
 
-Tables RecordedFile::tables(const Box& stbl) const {
-  Tables tables;
-  for (const Box& box : stbl.children) {
-    const Data all = bytes(box.payload(), box.size - box.headerSize);
-    std::size_t at = box.type == "stsz" ? 8 : 4;
-    const auto next = [&](int width) {
-      std::uint64_t value = 0;
-      for (; width > 0; --width, ++at) value = value << 8 | (at < all.size() ? all[at] : 0u);
-      return value;
-    };
-    const auto next32 = [&] { return static_cast<std::uint32_t>(next(4)); };
-    if (box.type == "stss") tables.hasSyncs = true;
-    for (std::uint32_t left = next32(); left > 0 && at < all.size(); --left) {
-      if (box.type == "stts") {
-        const std::uint32_t count = next32();
-        tables.durations.emplace_back(count, next32());
-      } else if (box.type == "stsc") {
-        const std::uint32_t chunk = next32();
-        tables.runs.emplace_back(chunk, next32());
-        next32();
-      } else if (box.type == "stsz") {
-        tables.sizes.push_back(next32());
-      } else if (box.type == "stco" || box.type == "co64") {
-        tables.chunks.push_back(next(box.type == "stco" ? 4 : 8));
-      } else if (box.type == "stss") {
-        tables.syncs.push_back(next32());
-      } else {
-        break;
-      }
-    }
+// The numbers of a table's entries, which stand behind their count.
+std::vector<std::uint64_t> RecordedFile::entries(const Box* box, int width, std::uint64_t perEntry) const {
+  std::vector<std::uint64_t> all;
+  if (box == nullptr) return all;
+  const std::uint64_t from = box->payload() + (box->type == "stsz" ? 12 : 8), size = static_cast<std::uint64_t>(width);
+  const std::uint64_t room = box->end() > from ? box->end() - from : 0;
+  const Data data = bytes(from, std::min(number(from - 4, 4) * perEntry * size, room / size * size));
+  for (std::size_t at = 0; at < data.size(); ++at) {
+    if (at % size == 0) all.push_back(0);
+    all.back() = all.back() << 8 | data[at];
   }
+  return all;
+}
+
+Tables RecordedFile::tables(const std::string& stbl) const {
+  Tables tables;
+  const std::vector<std::uint64_t> times = entries(find(stbl + "/stts"), 4, 2), runs = entries(find(stbl + "/stsc"), 4, 3);
+  for (std::size_t i = 1; i < times.size(); i += 2) tables.durations.emplace_back(times[i - 1], times[i]);
+  for (std::size_t i = 2; i < runs.size(); i += 3) tables.runs.emplace_back(runs[i - 2], runs[i - 1]);
+  tables.sizes = entries(find(stbl + "/stsz"), 4);
+  const Box* wide = find(stbl + "/co64");
+  tables.chunks = wide != nullptr ? entries(wide, 8) : entries(find(stbl + "/stco"), 4);
+  tables.syncs = entries(find(stbl + "/stss"), 4);
+  tables.hasSyncs = find(stbl + "/stss") != nullptr;
   return tables;
 }
 
@@ -270,8 +248,8 @@ std::vector<TrackView> RecordedFile::tracks() const {
   for (int i = 0;; ++i) {
     const std::string trak = "moov/trak[" + std::to_string(i) + "]";
     const Box* mdhd = find(trak + "/mdia/mdhd");
-    const Box* stbl = find(trak + "/mdia/minf/stbl");
-    if (mdhd == nullptr || stbl == nullptr) return tracks;
+    const std::string stbl = trak + "/mdia/minf/stbl";
+    if (mdhd == nullptr || find(stbl) == nullptr) return tracks;
     TrackView track;
     const bool wide = number(mdhd->payload(), 1) == 1;
     track.timeScale = static_cast<std::uint32_t>(number(mdhd->payload() + (wide ? 20 : 12), 4));
@@ -279,28 +257,25 @@ std::vector<TrackView> RecordedFile::tracks() const {
     const Box* tkhd = find(trak + "/tkhd");
     track.id = static_cast<std::uint32_t>(number(tkhd->payload() + 12, 4));
     track.entry = find(trak + "/mdia/minf/stbl/stsd")->children.at(0).type;
-    track.tables = tables(*stbl);
+    track.tables = tables(stbl);
 
     const Tables& all = track.tables;
-    std::size_t sample = 0, run = 0, ofRun = 0, sync = 0;
+    std::vector<std::uint32_t> durations;
+    for (const auto& [count, delta] : all.durations) {
+      durations.resize(std::min<std::size_t>(durations.size() + count, all.sizes.size()), delta);
+    }
+    durations.resize(all.sizes.size());
+    std::size_t sample = 0, run = 0;
     std::uint64_t time = 0;
-    std::size_t durations = 0;
     for (std::size_t chunk = 0; chunk < all.chunks.size(); ++chunk) {
       while (run + 1 < all.runs.size() && all.runs[run + 1].first <= chunk + 1) ++run;
       std::uint64_t offset = all.chunks[chunk];
       const std::uint32_t inChunk = all.runs.empty() ? 0 : all.runs[run].second;
       for (std::uint32_t k = 0; k < inChunk && sample < all.sizes.size(); ++k, ++sample) {
-        while (durations < all.durations.size() && ofRun == all.durations[durations].first) {
-          ++durations;
-          ofRun = 0;
-        }
-        const std::uint32_t duration = durations < all.durations.size() ? all.durations[durations].second : 0;
-        const bool named = sync < all.syncs.size() && all.syncs[sync] == sample + 1;
-        if (named) ++sync;
-        track.samples.push_back({offset, all.sizes[sample], time, duration, named || !all.hasSyncs});
+        const bool sync = !all.hasSyncs || std::binary_search(all.syncs.begin(), all.syncs.end(), sample + 1);
+        track.samples.push_back({offset, all.sizes[sample], time, durations[sample], sync});
         offset += all.sizes[sample];
-        time += duration;
-        ++ofRun;
+        time += durations[sample];
       }
     }
     tracks.push_back(std::move(track));
@@ -349,12 +324,6 @@ std::vector<Record> RecordedFile::records() const {
     }
   }
   return records;
-}
-
-int RecordedFile::count(const std::string& kind) const {
-  const std::vector<Record> all = records();
-  return static_cast<int>(
-      std::count_if(all.begin(), all.end(), [&](const Record& record) { return record.kind == kind; }));
 }
 
 std::string RecordedFile::problem() const {

@@ -52,7 +52,6 @@ class Muxer {
 
   ZR_MP4_TRACK_HANDLE add(const zrMP4_TRACK_INFO_S& track);
   ZR_U32 write(ZR_MP4_TRACK_HANDLE track, const Data& frame, ZR_U64 pts, bool key = false);
-  ZR_U32 addBox(const char* path, const char* type, const Data& payload);
   ZR_U32 finish(ZR_MP4_DURATION_CALLBACK hook = nullptr) { return ZR_MP4_DestroyAllTracks(mHandle, hook); }
   ZR_U32 destroy();
 
@@ -74,7 +73,7 @@ struct Box {
 
 struct Sample {
   std::uint64_t offset;
-  std::uint32_t size;
+  std::uint64_t size;
   std::uint64_t time;  // ticks of the track
   std::uint32_t duration;
   bool sync;
@@ -83,9 +82,9 @@ struct Sample {
 struct Tables {
   std::vector<std::pair<std::uint32_t, std::uint32_t>> durations;  // count, ticks
   std::vector<std::pair<std::uint32_t, std::uint32_t>> runs;       // first chunk, samples per chunk
-  std::vector<std::uint32_t> sizes;
+  std::vector<std::uint64_t> sizes;
   std::vector<std::uint64_t> chunks;
-  std::vector<std::uint32_t> syncs;
+  std::vector<std::uint64_t> syncs;
   bool hasSyncs = false;
 };
 
@@ -123,14 +122,11 @@ class RecordedFile {
   std::string text(std::uint64_t offset, std::size_t length) const;
 
   const Box& root() const { return mRoot; }
-  // Types of the top-level boxes, "ftyp mdat moov".
-  std::string outline() const;
   // "moov/trak[1]/mdia/mdhd", or null.
   const Box* find(const std::string& path) const;
   std::vector<TrackView> tracks() const;
   // What stands in the media data of a recording with backups, up to its end or to where the file was cut.
   std::vector<Record> records() const;
-  int count(const std::string& kind) const;
 
   // The first thing that is wrong with a finished file, empty when all is well: boxes tile their parents and the
   // file, tables agree with each other, samples lie in the media data, durations add up.
@@ -139,7 +135,8 @@ class RecordedFile {
  private:
   Box readBox(std::uint64_t offset, std::uint64_t end);
   void readChildren(Box& parent, std::uint64_t from);
-  Tables tables(const Box& stbl) const;
+  std::vector<std::uint64_t> entries(const Box* box, int width, std::uint64_t perEntry = 1) const;
+  Tables tables(const std::string& stbl) const;
   std::string problemIn(const TrackView& track) const;
 
   int mFile;

@@ -110,6 +110,7 @@ std::vector<Session> FaultSessions(bool all) {
   sessions.back().name += ", no backups";
   sessions.back().unit = 0;
   sessions.back().buffer = 40;
+  sessions.back().preAlloc = 131072;
   std::copy_if(Sessions().begin(), Sessions().end(), std::back_inserter(sessions), [&](const Session& session) {
     return all && !session.refuses && session.name != sessions[0].name;
   });
@@ -166,9 +167,10 @@ void SystemCallFaults(Sweep& sweep) {
   const auto fault = [&](const char* name, Kind kind, Effect effect) {
     return Fault{name, effect, [&transfers, kind, effect](std::size_t after) -> Cause {
                    if (kind == Kind::kShort && !transfers[after]) return nullptr;
+                   if (kind >= Kind::kUnknown && after != 0) return nullptr;
                    return [=] {
                      auto calls = std::make_shared<SystemCalls>();
-                     calls->failAfter(after, kind, effect == Effect::kLasting);
+                     calls->failAfter(after, kind, effect == Effect::kLasting || kind >= Kind::kUnknown);
                      return calls;
                    };
                  }};
@@ -176,7 +178,9 @@ void SystemCallFaults(Sweep& sweep) {
   FailEach(sweep, "call", watch, [&] { return transfers.size(); },
            {fault(", EIO", Kind::kIo, Effect::kOnce), fault(", EIO and on", Kind::kIo, Effect::kLasting),
             fault(", ENOSPC", Kind::kNoSpace, Effect::kOnce), fault(", ENOSPC and on", Kind::kNoSpace, Effect::kLasting),
-            fault(", EINTR", Kind::kInterrupted, Effect::kNone), fault(", short", Kind::kShort, Effect::kNone)});
+            fault(", EINTR", Kind::kInterrupted, Effect::kNone), fault(", short", Kind::kShort, Effect::kNone),
+            fault(" and on, ENOSYS", Kind::kUnknown, Effect::kNone),
+            fault(" and on, not supported", Kind::kUnsupported, Effect::kNone)});
 }
 
 void FullDisk(Sweep& sweep) {

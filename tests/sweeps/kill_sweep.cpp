@@ -7,7 +7,7 @@
 #include <new>
 #include <random>
 
-#include "tests/support/session.h"
+#include "tests/sweeps/judge.h"
 #include "tests/sweeps/questions.h"
 #include "tests/sweeps/sweep.h"
 
@@ -30,11 +30,10 @@ int KilledAfter(unsigned microseconds, const std::atomic<std::size_t>& begun, Wo
   return WIFEXITED(status) ? WEXITSTATUS(status) : kKilled;
 }
 
-class Victim {
+class Victim : private Judge {
  public:
-  explicit Victim(const Session& session)
-      : mSession(session),
-        mModel(session),
+  explicit Victim(const Session& recorded)
+      : Judge(recorded),
         mSteps(new (mmap(nullptr, sizeof(*mSteps), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
                    std::atomic<std::size_t>(0)) {}
   Victim(const Victim&) = delete;
@@ -42,27 +41,27 @@ class Victim {
   ~Victim() { munmap(mSteps, sizeof(*mSteps)); }
 
   std::string killed(unsigned life, std::minstd_rand& random) {
-    mFile.set({}, 0);
+    file.set({}, 0);
     *mSteps = 0;
     if (KilledAfter(life, *mSteps, [this] { return record(); }) != kKilled) return "recording failed";
-    const std::uint64_t size = mFile.bytes().size();
+    const std::uint64_t size = file.bytes().size();
     const std::size_t calls = *mSteps < 2 ? 0 : *mSteps - 2;  // behind opening and the tracks
-    if (calls != 0 && size + mSession.buffer < mModel.endOf(calls)) {
+    if (calls != 0 && size + session.buffer < model.endOf(calls)) {
       return At("only", size) + At(" bytes are there after call", calls);
     }
     // Repair has a little longer each time.
     for (unsigned tries = 1;; ++tries) {
       const int ended = KilledAfter(static_cast<unsigned>(random() % (1000 * tries)), *mSteps, [&] {
-        return ZR_MP4_RepairFile(mFile.path().c_str(), ZR_TRUE) == mModel.status(size) ? 0 : 1;
+        return ZR_MP4_RepairFile(file.path().c_str(), ZR_TRUE) == model.status(size) ? 0 : 1;
       });
       if (ended > 0) return "repair failed";
-      if (ended == 0) return mModel.status(size) == 0 ? mModel.difference(mFile.bytes(), size, true) : "";
+      if (ended == 0) return model.status(size) == 0 ? model.difference(file.bytes(), size, true) : "";
     }
   }
 
  private:
   int record() {
-    Recorder recorder(mSession, mFile.path());
+    Recorder recorder(session, file.path());
     for (std::size_t step = 0; step + 2 < recorder.steps(); ++step) {
       if (recorder.run(step) != 0) return 1;
       *mSteps = step + 1;
@@ -70,9 +69,6 @@ class Victim {
     return pause();
   }
 
-  Session mSession;
-  Model mModel;
-  MemoryFile mFile;
   std::atomic<std::size_t>* mSteps;  // acknowledged; shared with the processes
 };
 

@@ -15,8 +15,8 @@ namespace {
 
 thread_local SystemCalls* tWatcher = nullptr;
 
-bool Enter(std::size_t* length = nullptr, bool waits = true) {
-  return tWatcher == nullptr || tWatcher->enter(length, waits);
+bool Enter(std::size_t* length = nullptr, bool waits = true, int unsupported = 0) {
+  return tWatcher == nullptr || tWatcher->enter(length, waits, unsupported);
 }
 
 void Note(FileOperation::Kind kind, std::uint64_t offset, const void* data = nullptr, ssize_t size = 0) {
@@ -43,7 +43,7 @@ void SystemCalls::failAfter(std::size_t calls, Fault fault, bool forGood) {
   mForGood = forGood;
 }
 
-bool SystemCalls::enter(std::size_t* length, bool waits) {
+bool SystemCalls::enter(std::size_t* length, bool waits, int unsupported) {
   const std::size_t call = count();
   mTransfers.push_back(length != nullptr && *length > 1);
   if (mFault == Fault::kNone || call < mFailAt || (call > mFailAt && !mForGood)) return true;
@@ -51,6 +51,10 @@ bool SystemCalls::enter(std::size_t* length, bool waits) {
   if (mFault == Fault::kShort) {
     if (mTransfers.back()) *length /= 2;
     return true;
+  }
+  if (mFault >= Fault::kUnknown) {
+    if (unsupported != 0) errno = mFault == Fault::kUnknown ? ENOSYS : unsupported;
+    return unsupported == 0;
   }
   errno = mFault == Fault::kIo ? EIO : mFault == Fault::kNoSpace ? ENOSPC : EINTR;
   return false;
@@ -110,6 +114,7 @@ ssize_t __wrap_pwrite64(int fd, const void* data, std::size_t size, off64_t at) 
 }
 
 ssize_t __wrap_pwritev64(int fd, const struct iovec* pieces, int count, off64_t at) {
+  if (!Enter(nullptr, true, ENOSYS)) return -1;
   // Each piece alone where one may be left out; a caller goes on after a part anyway.
   if (LeavesOut(pieces[count - 1].iov_base, pieces[count - 1].iov_len)) count = 1;
   const AllocFaults::Pause ownMemory;
@@ -129,15 +134,15 @@ int __wrap_ftruncate64(int fd, off64_t length) {
 }
 
 int __wrap_fallocate64(int fd, int mode, off64_t from, off64_t length) {
-  return Enter() ? __real_fallocate64(fd, mode, from, length) : -1;
+  return Enter(nullptr, true, EOPNOTSUPP) ? __real_fallocate64(fd, mode, from, length) : -1;
 }
 
 int __wrap_sync_file_range(int fd, off64_t from, off64_t length, unsigned flags) {
-  return Enter() ? __real_sync_file_range(fd, from, length, flags) : -1;
+  return Enter(nullptr, true, ESPIPE) ? __real_sync_file_range(fd, from, length, flags) : -1;
 }
 
 int __wrap_fdatasync(int fd) {
-  if (!Enter()) return -1;
+  if (!Enter(nullptr, true, EINVAL)) return -1;
   const int result = __real_fdatasync(fd);
   if (result == 0) Note(FileOperation::kSync, 0);
   return result;

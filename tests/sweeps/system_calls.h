@@ -18,7 +18,7 @@ struct FileOperation {
 // Watches the system calls on files of this thread's code while it lives; one at a time.
 class SystemCalls {
  public:
-  enum class Fault { kNone, kIo, kNoSpace, kInterrupted, kShort };
+  enum class Fault { kNone, kIo, kNoSpace, kInterrupted, kShort, kUnknown, kUnsupported };
 
   SystemCalls();
   ~SystemCalls();
@@ -26,7 +26,8 @@ class SystemCalls {
   SystemCalls& operator=(const SystemCalls&) = delete;
 
   // The call after this many fails so, and every one behind it if it is for good. Interrupted calls are so once, short
-  // ones move half of what they were asked to; those that move nothing cannot be short.
+  // ones move half of what they were asked to; those that move nothing cannot be short. What a kernel does not know or
+  // support are its calls beyond POSIX.
   void failAfter(std::size_t calls, Fault fault, bool forGood = false);
   // From now on long runs of one byte are left out of the file, as holes, and nothing is noted.
   void keepOnlyHeaders() { mOnlyHeaders = true; }
@@ -40,8 +41,8 @@ class SystemCalls {
   std::uint64_t bytesRead() const { return mBytesRead; }
 
   // For the wrappers: whether the call may go on; errno is set otherwise. length is what the call is to move; one that
-  // never waits is not interrupted.
-  bool enter(std::size_t* length, bool waits);
+  // never waits is not interrupted. unsupported is the error of a call that a kernel or a file system may not have.
+  bool enter(std::size_t* length, bool waits, int unsupported);
   void note(FileOperation operation) { mOperations.push_back(std::move(operation)); }
   void noteRead(std::size_t bytes) { mBytesRead += bytes; }
 

@@ -31,10 +31,12 @@ Data FrameOf(int worker, ZR_U64 number) {
 std::string Work(Muxer& muxer, int worker) {
   const zrMP4_TRACK_INFO_S info = TrackOf(worker);
   ZR_MP4_TRACK_HANDLE track = 0;
+  ZR_U8 text[100] = {};
+  const zrMP4_ATOM_INFO_S box = {sizeof(text), "note", text};
   ZR_U32 status = ZR_MP4_CreateTrack(muxer.handle(), &track, &info);
   for (ZR_U64 k = 0; k < kFrames && status == 0; ++k) {
     status = muxer.write(track, FrameOf(worker, k), k * 40000, k % 10 == 0);
-    if (status == 0 && k % (kFrames / kBoxes) == 0) status = muxer.addBox("/moov", "note", Data(100, 7));
+    if (status == 0 && k % (kFrames / kBoxes) == 0) status = ZR_MP4_AddAtom(muxer.handle(), "/moov", &box);
   }
   return status == 0 ? "" : At("status", status);
 }
@@ -58,7 +60,9 @@ std::string ProblemOf(const std::string& path, int workers) {
                                    [&](const TrackView& track) { return Holds(file, track, worker); });
     if (!found) return At("no track of thread", static_cast<std::uint64_t>(worker));
   }
-  if (file.count("user") != workers * kBoxes) return "boxes are missing";
+  const std::vector<Record> records = file.records();
+  const auto boxes = std::count_if(records.begin(), records.end(), [](const Record& one) { return one.kind == "user"; });
+  if (boxes != workers * kBoxes) return "boxes are missing";
   ZR_MP4_HANDLE reader = 0;
   zrMP4_FILE_INFO_S info = {};
   const zrMP4_CONFIG_S config = DemuxerConfig(path);
