@@ -2,6 +2,8 @@
 
 #include <strings.h>
 
+#include <cerrno>
+
 #include "base/log.h"
 #include "base/make_or_null.h"
 #include "zr_mp4.h"
@@ -31,8 +33,23 @@ ZR_U32 ISOBaseMediaFile::Open(const std::string& path, int fd, const std::string
 ZR_U32 ISOBaseMediaFile::Close() {
   if (mStream == nullptr) return ZR_ERR_MP4_HANDLE_INVALID;
   const int result = mStream->close();
+  const int error = errno;
   mStream.reset();
-  return result == 0 ? 0 : ZR_ERR_MP4_CLOSE;
+  return result == 0 ? 0 : ZR_IO_FAIL(ZR_ERR_MP4_CLOSE, "close fail:%d\n", error);
+}
+
+int ISOBaseMediaFile::Flush() {
+  if (mStream->flush() == 0) return 0;
+  return ZR_IO_FAIL(-1, "offset:%lld, flush fail:%d\n", static_cast<long long>(mStream->getCurPos()), errno);
+}
+
+int ISOBaseMediaFile::Sync() {
+  if (mStream->sync() == 0) return 0;
+  return ZR_IO_FAIL(-1, "offset:%lld, sync fail:%d\n", static_cast<long long>(mStream->getCurPos()), errno);
+}
+
+int ISOBaseMediaFile::Truncate(ZR_U64 length) {
+  return mStream->truncFile(static_cast<long long>(length)) == 0 ? 0 : ZR_FAIL(-1, "truncate file fail\n");
 }
 
 int ISOBaseMediaFile::RegistProcOpt(const ZrOUTPUTStreamProcOptS* opt) {

@@ -33,6 +33,11 @@ class ISOBaseMediaFile : public RootAtom {
   FileIOStream* stream() { return mStream.get(); }
 
  protected:
+  // What the stream holds back: 0, or -1 with the system's reason in the log.
+  int Flush();
+  int Sync();
+  int Truncate(ZR_U64 length);
+
   FtypAtom* mFtyp = nullptr;  // the tree owns these three
   MoovAtom* mMoov = nullptr;
   MdatAtom* mMdat = nullptr;

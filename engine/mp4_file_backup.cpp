@@ -22,7 +22,7 @@ int MP4File::WriteVemoAtom() {
   }
   // Repair is possible from here on. What cannot be flushed yet stays in the buffer for the next try.
   mVemoWritten = true;
-  return mStream->flush();
+  return Flush();
 }
 
 // Empty temporary tables for the next interval; their memory is kept.
@@ -77,7 +77,7 @@ ZR_U32 MP4File::FlushTbgp() {
   mMdat->IncreaseSize(static_cast<ZR_U32>(gap));
   // A snapshot on the disk must not speak of frames that are not, so those come first. The snapshot itself is handed
   // to the kernel at once, and when anything of this fails the whole of it is tried again by the next frame.
-  if (MakeDurable() != 0 || WriteTbgp() != 0 || mStream->flush() != 0) {
+  if (MakeDurable() != 0 || WriteTbgp() != 0 || Flush() != 0) {
     DropRecord(start);
     return ZR_ERR_MP4_BACKUP;
   }
@@ -90,9 +90,9 @@ bool MP4File::NeedsFlush(ZR_U64 position, ZR_U32 size) const {
 }
 
 int MP4File::MakeDurable() {
-  if (!mStream->syncs()) return mStream->flush();
+  if (!mStream->syncs()) return Flush();
   const ZR_U64 started = NowMicroseconds();
-  if (mStream->sync() != 0) return -1;
+  if (Sync() != 0) return -1;
   const ZR_U64 now = NowMicroseconds();
   mSyncSchedule.done(mStream->getCurPos(), mLastPts, now, now - started);
   return 0;

@@ -38,9 +38,8 @@ ZR_U32 MP4File::WriteTail() {
   if (result == 0) {
     const ZR_U64 boxesEnd = mStream->getCurPos();
     const ZR_U64 end = boxesEnd + FreeGap(boxesEnd);
-    const bool written = WriteFreeBox() == 0 && mStream->truncFile(static_cast<long long>(end)) == 0 &&
-                         mStream->sync() == 0 && RewriteMdatSize() == 0;
-    result = written ? 0 : ZR_ERR_MP4_WRITE_TAIL;
+    const bool whole = WriteFreeBox() == 0 && Flush() == 0 && Truncate(end) == 0 && Sync() == 0;
+    result = whole ? RewriteMdatSize() : ZR_ERR_MP4_WRITE_TAIL;
   }
   if (result != 0) mStream->dropFrom(mediaEnd);
   return result;

@@ -244,8 +244,9 @@ bool FileIOStream::writeOut(const ZR_U8* data, ZR_U32 length, ZR_U32* moved) {
   mWriteAt += kept;
   if (mWriteEnd < mWriteAt) mWriteEnd = mWriteAt;
   if (started != 0) mProcOpt.pfnUpdateWriteTime(mPath.c_str(), NowMicroseconds() - started);
+  if (failed) return false;
   afterWrite();
-  return !failed;
+  return true;
 }
 
 int FileIOStream::flush() {
