@@ -10,15 +10,15 @@ namespace {
 
 constexpr ZR_U32 kSecond = 1000000;  // microseconds
 constexpr float kTwoTo32 = 4294967296.0f;
-constexpr float kTwoTo63 = 9223372036854775808.0f;
+constexpr double kTwoTo63 = 9223372036854775808.0;
 
-// A result in single precision also where the processor computes in more: such a result, rounded once more, is the
-// one of single precision.
-inline float Single(float value) {
+// A result in the precision of its type also where the processor computes in more.
+template <typename T>
+inline T Rounded(T value) {
 #if FLT_EVAL_METHOD == 0
   return value;
 #else
-  volatile float stored = value;
+  volatile T stored = value;
   return stored;
 #endif
 }
@@ -26,7 +26,7 @@ inline float Single(float value) {
 }  // namespace
 
 SampleClock::SampleClock(ZR_U32 timescale, float speed)
-    : mTolerance(timescale / 1000), mSpeed(speed), mTimescale(Single(static_cast<float>(timescale))) {
+    : mTolerance(timescale / 1000), mSpeed(speed), mTimescale(Rounded(static_cast<float>(timescale))) {
   // In lowest terms most products fit in 32 bits, where a division is cheap.
   const ZR_U32 divisor = std::gcd(timescale, kSecond);
   mTicks = timescale / divisor;
@@ -95,7 +95,7 @@ bool SampleClock::candidateFor(ZR_U64 pts, ZR_S64* candidate) const {
 }
 
 bool SampleClock::AtSpeed(ZR_U32 ticks, float speed, ZR_S64* result) {
-  const float quotient = Single(Single(static_cast<float>(ticks)) / speed);
+  const float quotient = Rounded(Rounded(static_cast<float>(ticks)) / speed);
   if (!(std::fabs(quotient) < kTwoTo32)) return false;
   *result = static_cast<ZR_S64>(quotient);
   return true;
@@ -103,10 +103,9 @@ bool SampleClock::AtSpeed(ZR_U32 ticks, float speed, ZR_S64* result) {
 
 // Microseconds that a duration lasts. What is out of every range counts as no time.
 ZR_U64 SampleClock::stepOf(ZR_U32 duration) const {
-  float step = Single(Single(static_cast<float>(duration)) * mSpeed);
-  step = Single(step * 1e6f);
-  step = Single(step / mTimescale);
-  return step > 0.0f && step < kTwoTo63 ? static_cast<ZR_U64>(step) : 0;
+  const double scaled = Rounded(Rounded(static_cast<float>(duration)) * mSpeed);
+  const double step = Rounded(Rounded(scaled * 1e6) / mTimescale);
+  return step > 0 && step < kTwoTo63 ? static_cast<ZR_U64>(step) : 0;
 }
 
 }  // namespace zrmp4

@@ -8,7 +8,8 @@ namespace zrmp4 {
 // given out and not to the time stamps, so that rounding never adds up, and a duration in force that small jitter
 // does not change, so that the durations of a steady recording are all the same.
 //
-// Speeds are applied in single precision, each operation rounded, so that every platform gives the same durations.
+// Durations are divided by the speed in single precision, their lengths reckoned in double, each operation rounded, so
+// that every platform gives the same.
 class SampleClock {
  public:
   SampleClock(ZR_U32 timescale, float speed);
