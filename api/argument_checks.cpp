@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/log.h"
+#include "box/user_def_atom.h"
 
 namespace zrmp4 {
 namespace {
@@ -13,7 +14,6 @@ constexpr ZR_U32 kMinBackupUnit = 512 * 1024;
 constexpr ZR_U32 kMaxBackupUnit = 500 * 1024 * 1024;
 constexpr ZR_U32 kMinTimeScale = 1000;
 constexpr std::size_t kMinQueryPath = 5;
-constexpr std::size_t kMaxPath = 64;
 
 template <std::size_t kRoom>
 bool IsTerminated(const char (&text)[kRoom]) {
@@ -79,34 +79,6 @@ int CheckMetaInfo(const zrMP4_META_INFO_S& meta) {
   return meta.u32FrameRate != 0 ? 0 : ZR_FAIL(-1, "meta info illegal framerate\n");
 }
 
-// A word that may not stand anywhere in a path or type, not even inside a longer name.
-struct ForbiddenWord {
-  char word[5];
-  const char* message;
-};
-
-constexpr ForbiddenWord kForbiddenInPath[] = {
-    {"ftyp", "user define box path invalid  ftyp\n"}, {"mdat", "user define box path invalid mdat\n"},
-    {"mvhd", "user define box path invalid mvhd \n"}, {"tkhd", "user define box path invalid tkhd \n"},
-    {"mdhd", "user define box path invalid mdhd \n"}, {"hdlr", "user define box path invalid hdlr \n"},
-    {"smhd", "user define box path invalid smhd\n"},  {"dinf", "user define box path invalid dinf \n"},
-    {"dref", "user define box path invalid dref \n"}, {"stbl", "user define box path invalid stbl\n"},
-};
-
-constexpr ForbiddenWord kForbiddenAsType[] = {
-    {"ftyp", "user define box type illegal ftyp \n"},
-    {"mdat", "user define box type illegal mdat \n"},
-    {"moov", "user define box type illegal moov\n"},
-};
-
-template <std::size_t kCount>
-int CheckForbidden(const char* text, const ForbiddenWord (&words)[kCount]) {
-  for (const ForbiddenWord& forbidden : words) {
-    if (std::strstr(text, forbidden.word) != nullptr) return ZR_FAIL(-1, "%s", forbidden.message);
-  }
-  return 0;
-}
-
 }  // namespace
 
 int CheckConfig(const zrMP4_CONFIG_S* config) {
@@ -143,13 +115,7 @@ int MP4_CheckAtomInfo(const char* path, const zrMP4_ATOM_INFO_S* info) {
     return ZR_FAIL(-1, "user define box  u32DataLen  illegal\n");
   }
   if (info->pu8DataBuf == nullptr && info->u32DataLen != 0) return ZR_FAIL(-1, "user define box data null \n");
-  // Deliberate: the number printed is not the limit.
-  if (std::strlen(path) > kMaxPath) return ZR_FAIL(-1, "atom path length max :%d \n", 256);
-  if (CheckForbidden(path, kForbiddenInPath) != 0) return -1;
-  if (std::memchr(info->aszType, '\0', sizeof(info->aszType)) != info->aszType + 4) {
-    return ZR_FAIL(-1, "user define box type size illegal  \n");
-  }
-  if (CheckForbidden(info->aszType, kForbiddenAsType) != 0) return -1;
+  if (CheckUserBoxPath(path) != 0 || CheckUserBoxType(info->aszType) != 0) return -1;
   if (info->u32DataLen > ZR_MP4_BOX_MAX_DATALEN) {
     return ZR_FAIL(-1, "user define box data len illegal %u \n", info->u32DataLen);
   }
@@ -158,9 +124,9 @@ int MP4_CheckAtomInfo(const char* path, const zrMP4_ATOM_INFO_S* info) {
 
 int CheckQueryPath(const char* path) {
   const std::size_t length = std::strlen(path);
-  if (length < kMinQueryPath || length > kMaxPath) {
+  if (length < kMinQueryPath || length > kMaxUserBoxPath) {
     return ZR_FAIL(-1, "input box pattern len: %u min:%d max %d\n", static_cast<ZR_U32>(length),
-                   static_cast<int>(kMinQueryPath), static_cast<int>(kMaxPath));
+                   static_cast<int>(kMinQueryPath), static_cast<int>(kMaxUserBoxPath));
   }
   if (std::strcmp(path, "/mdat") == 0) return ZR_FAIL(-1, "can not read mdat atom out error \n");
   return 0;

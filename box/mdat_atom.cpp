@@ -51,13 +51,14 @@ int MdatAtom::skipLeadingRecords(IOStream* stream) {
   FieldIo io = FieldIo::Reading(stream);
   if (!io.ok()) return -1;
   mLeadingRecordsEnd = stream->getCurPos();
-  while (stream->remaining() > kRecordHeaderSize) {
+  const ZR_U64 end = dataEnd(stream);
+  while (mLeadingRecordsEnd + kRecordHeaderSize < end) {
     ZR_U32 track = 0;
     ZR_U32 key = 0;
     ZR_U64 pts = 0;
     ZR_U32 length = 0;
     if (!io.be32(track) || !io.be32(key) || !io.be64(pts) || !io.be32(length)) return -1;
-    if (track != 0 || key != 0 || pts != 0 || length == 0 || length > stream->remaining()) break;
+    if (track != 0 || key != 0 || pts != 0 || length == 0 || length > end - stream->getCurPos()) break;
     if (stream->skip(length) != 0) break;
     mLeadingRecordsEnd = stream->getCurPos();
   }

@@ -1,11 +1,44 @@
 #include "box/user_def_atom.h"
 
+#include <cstring>
+
 #include "base/annex_k.h"
 #include "base/log.h"
 #include "base/make_or_null.h"
 #include "stream/field_io.h"
 
 namespace zrmp4 {
+namespace {
+
+// A word that may not stand anywhere in a path or type, not even inside a longer name.
+struct ForbiddenWord {
+  char word[5];
+  const char* message;
+};
+
+constexpr ForbiddenWord kForbiddenInPath[] = {
+    {"ftyp", "user define box path invalid  ftyp\n"}, {"mdat", "user define box path invalid mdat\n"},
+    {"mvhd", "user define box path invalid mvhd \n"}, {"tkhd", "user define box path invalid tkhd \n"},
+    {"mdhd", "user define box path invalid mdhd \n"}, {"hdlr", "user define box path invalid hdlr \n"},
+    {"smhd", "user define box path invalid smhd\n"},  {"dinf", "user define box path invalid dinf \n"},
+    {"dref", "user define box path invalid dref \n"}, {"stbl", "user define box path invalid stbl\n"},
+};
+
+constexpr ForbiddenWord kForbiddenAsType[] = {
+    {"ftyp", "user define box type illegal ftyp \n"},
+    {"mdat", "user define box type illegal mdat \n"},
+    {"moov", "user define box type illegal moov\n"},
+};
+
+template <std::size_t kCount>
+int CheckForbidden(const char* text, const ForbiddenWord (&words)[kCount]) {
+  for (const ForbiddenWord& forbidden : words) {
+    if (std::strstr(text, forbidden.word) != nullptr) return ZR_FAIL(-1, "%s", forbidden.message);
+  }
+  return 0;
+}
+
+}  // namespace
 
 int UserDefAtom::InputData(const ZR_U8* data, ZR_U32 size) {
   if ((data != nullptr) != (size != 0)) {
@@ -43,6 +76,17 @@ int UserDefAtom::writeData(IOStream* stream) {
   FieldIo io = FieldIo::Writing(stream);
   if (!io.ok()) return -1;
   return mData == nullptr || io.bytes(mData.get(), mDataLength) ? 0 : -1;
+}
+
+int CheckUserBoxPath(const char* path) {
+  // Deliberate: the number printed is not the limit.
+  if (std::strlen(path) > kMaxUserBoxPath) return ZR_FAIL(-1, "atom path length max :%d \n", 256);
+  return CheckForbidden(path, kForbiddenInPath);
+}
+
+int CheckUserBoxType(const char (&type)[5]) {
+  if (std::memchr(type, '\0', sizeof(type)) != type + 4) return ZR_FAIL(-1, "user define box type size illegal  \n");
+  return CheckForbidden(type, kForbiddenAsType);
 }
 
 }  // namespace zrmp4

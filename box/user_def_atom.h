@@ -24,4 +24,10 @@ class UserDefAtom : public Atom {
   ZR_U32 mDataLength = 0;
 };
 
+constexpr ZR_U32 kMaxUserBoxPath = 64;  // characters
+
+// Where a box of the caller's may stand, and what it may be called: 0, or -1 after the first broken rule was logged.
+int CheckUserBoxPath(const char* path);
+int CheckUserBoxType(const char (&type)[5]);
+
 }  // namespace zrmp4

@@ -18,6 +18,7 @@ namespace {
 
 constexpr ZR_U32 kRecordReadAhead = 32;             // a private header and the head of what follows
 constexpr ZR_U32 kSnapshotReadAhead = 8192;         // two tables of a thousand samples: most snapshots are no larger
+constexpr ZR_U32 kSnapshotsAhead = 256;
 constexpr ZR_U32 kSmallestUnit = 4096;              // anything less in a file is damage
 constexpr ZR_U32 kLargestPreAllocUnit = 104857600;  // the most that a configuration may ask for
 constexpr ZR_U32 kPage = 4096;                      // of a file, as it reaches the disk
@@ -38,14 +39,14 @@ bool IsCoded(const Track& track) {
 // go on.
 bool GroupsFillBox(IOStream* stream, const TbgpAtom& tbgp) {
   constexpr ZR_U32 kHeadSize = 12;
-  constexpr ZR_U32 kTrackIdSize = 4;
+  constexpr ZR_U64 kTrackIdSize = 4;
   ZR_U64 at = tbgp.header().offset + kHeadSize;
   const ZR_U64 end = tbgp.header().offset + tbgp.header().size;
   for (ZR_U32 i = 0; i < tbgp.entryCount(); ++i) at += kTrackIdSize + tbgp.entry(i).stbl->header().size;
   while (at < end) {
     AtomHeader stbl;
     if (stream->seek(static_cast<long long>(at + kTrackIdSize), 0) != 0 || stbl.Read(stream) != 0) return false;
-    if (stbl.type != "stbl" || stbl.size < stbl.Size()) return false;
+    if (stbl.type != "stbl" || stbl.size < stbl.Size() || stbl.size > end - at) return false;
     at += kTrackIdSize + stbl.size;
   }
   return at == end;
@@ -65,7 +66,10 @@ ZR_U32 MP4File::Repair(ZR_BOOL parseExtraFrames) {
   if (IsFinished()) return 0;
   // The tail ends at a top-level box without a type: it is told before anything is cut off.
   for (const Atom* box = firstChild(); box != nullptr; box = box->nextSibling()) {
-    if (box->type().empty()) return ZR_FAIL(ZR_ERR_MP4_WRITE_TAIL, "could not find child atom type error\n");
+    if (!box->type().empty()) continue;
+    ZR_NOTE(ZR_LOG_LEVEL_ERROR, "could not find child atom type error\n");
+    ZR_NOTE(1, "repair file tail fail\n");
+    return ZR_ERR_MP4_WRITE_TAIL;
   }
   RestoreConfiguration();
   if (CreateMoov() != 0) return ZR_ERR_MP4_NO_MEMORY;
@@ -117,7 +121,8 @@ void MP4File::RestoreConfiguration() {
   mUseCo64 = vemo()->useCo64();
   mConstantRate = vemo()->constantRate();
   mPreAllocLen = vemo()->preAllocLen() <= kLargestPreAllocUnit ? vemo()->preAllocLen() : 0;
-  mBackupIndex = mBackupUnit != 0 ? static_cast<ZR_U32>(mFileSize / mBackupUnit) : 0;
+  constexpr ZR_U64 kMostSnapshots = 0xFFFFFFFF;
+  mBackupIndex = mBackupUnit != 0 ? static_cast<ZR_U32>(std::min(mFileSize / mBackupUnit, kMostSnapshots)) : 0;
   mStream->setPreAllocUnit(mPreAllocLen);
 }
 
@@ -158,7 +163,7 @@ int MP4File::RepairMoov(ZR_BOOL parseExtraFrames) {
   if (mStream->readFailed() || TakeMemoryOut()) return -1;
 
   if (mStream->seek(static_cast<long long>(frameEnd), 0) != 0) return ZR_FAIL(-1, "seekto end of frame fail\n");
-  if (mStream->truncFile(static_cast<long long>(frameEnd)) != 0) return ZR_FAIL(-1, "truncate file fail\n");
+  if (Truncate(frameEnd) != 0) return -1;
   mMdat->setExtendedSize(frameEnd - mMdat->header().offset);
   return 0;
 }
@@ -186,9 +191,12 @@ int MP4File::ParseMediaParameter() {
 
 void MP4File::ParseSnapshots() {
   RecordWalker cover(mStream.get(), mBackupUnit, mLastGoodEnd, mFileSize);
-  // All are asked for before the first is looked at, so that the disk does not wait in between.
-  for (ZR_U64 i = 1; i <= mBackupIndex; ++i) mStream->expect(i * mBackupUnit, kSnapshotReadAhead);
+  ZR_U64 expected = 0;
   while (mParsedTbgp < mBackupIndex) {
+    // Many are asked for before the first is looked at, so that the disk does not wait in between.
+    while (expected < std::min<ZR_U64>(mBackupIndex, ZR_U64{mParsedTbgp} + kSnapshotsAhead)) {
+      mStream->expect(++expected * mBackupUnit, kSnapshotReadAhead);
+    }
     const ZR_U64 multiple = (static_cast<ZR_U64>(mParsedTbgp) + 1) * mBackupUnit;
     if (Covered(cover, multiple)) {
       ++mParsedTbgp;  // a record passed this multiple, so no snapshot can stand there
@@ -252,8 +260,9 @@ int MP4File::CheckSnapshot(TbgpAtom& tbgp) {
     const Track* track = mTracks.at(i);
     const auto* stsz = track->trak()->Find<StszAtom>("mdia/minf/stbl/stsz");
     if (tbgp.entry(i).trackId != track->trackId() || stsz == nullptr) return -1;
-    const SnapshotBounds bounds = {mLastGoodEnd, tbgp.header().offset, stsz->getCount(), track->isConstantRate(),
-                                   mUseCo64 != 0};
+    const bool tellsSync = track->trak()->Find<StssAtom>("mdia/minf/stbl/stss") != nullptr;
+    const SnapshotBounds bounds = {mLastGoodEnd,   tbgp.header().offset, stsz->getCount(), track->isConstantRate(),
+                                   mUseCo64 != 0, tellsSync};
     StblAtom& stbl = *tbgp.entry(i).stbl;
     if (!SnapshotHolds(stbl, bounds) || !EndsInRecord(stbl, track->trackId())) return -1;
   }
@@ -292,7 +301,8 @@ int MP4File::ParseUserDefAtom(ZR_U32 count, ZR_U64 end) {
   return 0;
 }
 
-// Registers a box as the caller's call did. One whose parent does not exist is passed over: it costs no frame.
+// Registers a box as the caller's call did. One that the call would have refused is damaged, and passed over: it costs
+// no frame.
 int MP4File::AddUserAtom(const RecordWalker& walker) {
   if (mStream->seek(static_cast<long long>(walker.dataOffset()), 0) != 0) return -1;
   AtomHeader header;
@@ -300,7 +310,7 @@ int MP4File::AddUserAtom(const RecordWalker& walker) {
   auto box = MakeOrNull<UserDefAtom>(header);
   if (box == nullptr || box->ReadContent(mStream.get()) != 0) return ZR_FAIL(-1, "read useratom data failed\n");
   const ZR_U32 pathLength = walker.header().size - walker.userBoxSize();
-  char path[65] = {};
+  char path[kMaxUserBoxPath + 1] = {};
   if (pathLength >= sizeof(path)) {
     return ZR_FAIL(-1, "atom offset[%llu], pathlen err:%u\n", static_cast<unsigned long long>(walker.offset()),
                    pathLength);
@@ -308,8 +318,11 @@ int MP4File::AddUserAtom(const RecordWalker& walker) {
   if (mStream->readBytes(reinterpret_cast<ZR_U8*>(path), pathLength) != pathLength) {
     return ZR_FAIL(-1, "read useratom path failed\n");
   }
+  char type[5] = {};
+  header.type.copy(type, sizeof(type) - 1);
   // A path that was cut in front of zeros could name another parent.
-  if (std::strlen(path) == pathLength && AddAtom(path, box.get()) == 0) box.release();
+  const bool whole = std::strlen(path) == pathLength && CheckUserBoxPath(path) == 0 && CheckUserBoxType(type) == 0;
+  if (whole && AddAtom(path, box.get()) == 0) box.release();
   return 0;
 }
 
@@ -377,8 +390,7 @@ void MP4File::ParseExtraFrame(ZR_U64* end) {
       case RecordWalker::Record::kFrame:
         if (!RecoverFrame(walker)) return;
         break;
-      case RecordWalker::Record::kTableGroup:
-        return;  // one that could not be trusted: what follows belongs to an interval whose tables are lost
+      case RecordWalker::Record::kTableGroup:  // one that could not be trusted: what follows has lost its tables
       case RecordWalker::Record::kEnd:
         if (walker.unreadable()) ZR_NOTE(3, "read frameheader fail\n");
         if (walker.cut()) ZR_NOTE(3, "frame not complete\n");

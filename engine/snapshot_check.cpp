@@ -56,7 +56,7 @@ bool SnapshotHolds(StblAtom& stbl, const SnapshotBounds& bounds) {
   const auto* stsc = stbl.Find<StscAtom>("stsc");
   const auto* stsz = stbl.Find<StszAtom>("stsz");
   const auto* stss = stbl.Find<StssAtom>("stss");
-  if (stts == nullptr || stsc == nullptr || stsz == nullptr) return false;
+  if (stts == nullptr || stsc == nullptr || stsz == nullptr || (stss == nullptr && bounds.tellsSync)) return false;
   const ZR_U32 samples = stsz->entries().count();
   if (!SizeAgrees(*stts, 16, 8) || !SizeAgrees(*stsc, 16, 12) || !SizeAgrees(*stsz, 20, 4)) return false;
   if (stss != nullptr && (!SizeAgrees(*stss, 16, 4) || !SyncNumbersAgree(*stss, samples, bounds))) return false;

@@ -13,6 +13,7 @@ struct SnapshotBounds {
   ZR_U32 samplesBefore;   // of the track, in all earlier intervals
   bool firstHasDuration;  // false where the track's very first sample waits for its duration
   bool wide;              // 64-bit chunk offsets
+  bool tellsSync;         // not every sample is a sync sample
 };
 
 // Whether a snapshot read from a file can be trusted as a whole: all tables are there with the sizes that their
