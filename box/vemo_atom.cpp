@@ -1,6 +1,5 @@
 #include "box/vemo_atom.h"
 
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -67,16 +66,19 @@ bool Name(FieldIo& io, zrMP4_TRACK_INFO_S& info, ZR_U32 length) {
   return length == 0 || io.bytes(reinterpret_cast<ZR_U8*>(info.aszHdlrName), length);
 }
 
-// A record ends in a name without zeros, or else in a speed, behind a word that is never 0.
+// A record ends in a name without zeros, or else in a speed, behind a word that is never 0. A speed that was cut off in
+// front of zeros is next to none; that of sound may be anything.
 bool IsWhole(const TrackCfgS& track, ZR_U32 number) {
   constexpr float kSlowest = 1e-30f;
   const zrMP4_TRACK_INFO_S& info = track.info;
   const ZR_U32 lastWord = info.enTrackType == ZR_MP4_TRACK_AUDIO  ? info.stAudioInfo.u16SampleSize
                           : info.enTrackType == ZR_MP4_TRACK_META ? info.stMetaInfo.u32FrameRate
                                                                   : info.stVideoInfo.u32FrameRate;
-  return track.trackIndex == number && info.u32TimeScale != 0 && lastWord != 0 &&
-         (std::fabs(info.fSpeed) > kSlowest || (info.fSpeed == 0.0f && info.enTrackType == ZR_MP4_TRACK_AUDIO)) &&
-         strnlen(info.aszHdlrName, sizeof(info.aszHdlrName)) == track.recordLength - FixedLength(info.enTrackType);
+  const ZR_U32 nameLength = track.recordLength - FixedLength(info.enTrackType);
+  const bool speedIsWhole =
+      info.enTrackType == ZR_MP4_TRACK_AUDIO || info.fSpeed > (nameLength != 0 ? 0.0f : kSlowest);
+  return track.trackIndex == number && info.u32TimeScale != 0 && lastWord != 0 && speedIsWhole &&
+         strnlen(info.aszHdlrName, sizeof(info.aszHdlrName)) == nameLength;
 }
 
 bool WriteRecord(FieldIo& io, TrackCfgS& track) {
@@ -123,12 +125,6 @@ int VemoAtom::addTrackInfo(const zrMP4_TRACK_INFO_S* info) {
   track->trackIndex = mTrackCount + 1;
   mTracks[mTrackCount++] = std::move(track);
   return 0;
-}
-
-void VemoAtom::removeLastTrackInfo() {
-  if (mTrackCount == 0) return;
-  const std::unique_ptr<TrackCfgS> track = std::move(mTracks[--mTrackCount]);
-  DecreaseSize(track->recordLength);
 }
 
 const std::unique_ptr<TrackCfgS>* VemoAtom::getTrackInfo(ZR_U32* count) const {

@@ -31,8 +31,6 @@ class VemoAtom : public Atom {
   // Appends a record and grows the box by it. Not after the box was written.
   int addTrackInfo(const zrMP4_TRACK_INFO_S* info);
   bool full() const { return mTrackCount >= MAX_TRACKS; }
-  // Takes the last record back, when there is one.
-  void removeLastTrackInfo();
 
   // MAX_TRACKS slots, of which the first *count are in use.
   const std::unique_ptr<TrackCfgS>* getTrackInfo(ZR_U32* count) const;
