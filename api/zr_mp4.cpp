@@ -188,7 +188,7 @@ ZR_U32 ZR_MP4_DestroyAllTracks(ZR_MP4_HANDLE hMP4, ZR_MP4_DURATION_CALLBACK fnDu
     if (file == nullptr) return ZR_FAIL(ZR_ERR_MP4_HANDLE_INVALID, "ZR_MP4_CreateTrack cant find muxer \n");
     file->setRemoveHook(fnDuration);
     // Deliberate: what became of the writing is logged, not answered.
-    static_cast<void>(file->RemoveAllTrack());
+    static_cast<void>(CallGuarded([&] { return file->RemoveAllTrack(); }));
     return 0;
   });
 }

@@ -121,7 +121,7 @@ Atom* Atom::GetDescendant(const std::string& path) {
 }
 
 void Atom::settleGrowth() {
-  if (mGrowsInto != nullptr || mParent == nullptr) return;
+  if (mGrowsInto != nullptr || mParent == nullptr || mHeader.size == mToldSize) return;
   mParent->IncreaseSize(mHeader.size - mToldSize);
   mToldSize = mHeader.size;
 }

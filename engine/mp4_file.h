@@ -52,7 +52,6 @@ class MP4File : public ISOBaseMediaFile {
   static TrakAtom::CodecType GetTrakCodec(zrMP4_CODECID_E codec);
   static zrMP4_CODECID_E GetMp4Codec(TrakAtom::CodecType codec);
   bool TrackExist(const Track* track) const { return mTracks.contains(track); }
-  Track* GetTrackHandle(ZR_U32 index) const { return mTracks.at(index); }
   void ReleaseTracks() { mTracks.clear(); }
 
   // Writing (mp4_file_write.cpp)
@@ -83,6 +82,8 @@ class MP4File : public ISOBaseMediaFile {
   ZR_U32 GetTimeScale(ZR_U32 index, ZR_U32* timeScale);
   ZR_U32 GetTrackCodecType(ZR_U32 index, zrMP4_CODECID_E* codec);
   ZR_U32 GetTrackInfo(ZR_U32 index, zrMP4_TRACK_INFO_S* info);
+  // The track of the trak with this index, or null: what cannot be described has none.
+  Track* GetTrackHandle(ZR_U32 index);
   ZR_U32 GetTrackMediaInfo(ZR_U32 index, zrMP4_CODECID_E codec, zrMP4_TRACK_INFO_S* info);
   ZR_BOOL useCo64() const { return mUseCo64; }
   ZR_U32 backupUnit() const { return mBackupUnit; }
@@ -93,6 +94,7 @@ class MP4File : public ISOBaseMediaFile {
 
   int InitAtoms();
   Track* MakeTrack(const zrMP4_TRACK_INFO_S* info);
+  bool Protect(const zrMP4_TRACK_INFO_S* info);
   int AllocPaddingBuf();
   void FreePaddingBuf() { mPaddingBuf.reset(); }
   ZR_U32 ReadTopAtoms();
@@ -169,7 +171,8 @@ class MP4File : public ISOBaseMediaFile {
   ZR_BOOL mConstantRate = ZR_FALSE;
   ZR_U32 mFormatProfile = 2;  // until a muxer's configuration sets it
   ZR_U32 mMovieTimeScale = MP4_TIMESCALE;
-  mutable std::mutex mLock;
+  std::mutex mLock;
+  std::mutex mSettleLock;  // between queries
   ZR_U32 mTbgpCount = 0;
   ZR_MP4_DURATION_CALLBACK mRemoveHook = nullptr;
   bool mFinishing = false;    // finalisation was tried: no more frames

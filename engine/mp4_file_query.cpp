@@ -59,8 +59,12 @@ ZR_U32 MP4File::ParseFileInfo() {
   return 0;
 }
 
+// Queries may come side by side: one of them settles what the frames left, the others find nothing to do.
 Atom* MP4File::GetAtom(const std::string& path) {
-  for (Track* track : mTracks) SettleBoxes(track);
+  if (mWriting) {
+    const std::lock_guard<std::mutex> lock(mSettleLock);
+    for (Track* track : mTracks) SettleBoxes(track);
+  }
   return GetDescendant(path);
 }
 
@@ -97,6 +101,14 @@ ZR_U32 MP4File::GetTrackCodecType(ZR_U32 index, zrMP4_CODECID_E* codec) {
   if (trak == nullptr) return ZR_ERR_MP4_READ;
   *codec = GetMp4Codec(trak->codecType());
   return 0;
+}
+
+Track* MP4File::GetTrackHandle(ZR_U32 index) {
+  const Atom* trak = GetDescendant(TrakPath(index, ""));
+  for (Track* track : mTracks) {
+    if (track->trak() == trak) return track;
+  }
+  return nullptr;
 }
 
 ZR_U32 MP4File::GetTrackInfo(ZR_U32 index, zrMP4_TRACK_INFO_S* info) {

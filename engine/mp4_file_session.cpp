@@ -132,17 +132,7 @@ Track* MP4File::AddTrack(const zrMP4_TRACK_INFO_S* info) {
   const std::lock_guard<std::mutex> lock(mLock);
   if (mMoov == nullptr) return ZR_FAIL(nullptr, "add track get moov fail\n");
   if (!recording()) return ZR_FAIL(nullptr, "add track fail, file is not being recorded\n");
-  if (mVemo == nullptr) return MakeTrack(info);
-  // Records are found by the track's number: where an earlier one is missing, none may take its place.
-  const bool inTurn = !mVemoWritten && vemo()->trackCount() == mTracks.count();
-  const bool isProtected = inTurn && vemo()->addTrackInfo(info) == 0;
-  if (inTurn && !isProtected && !vemo()->full()) return nullptr;
-  Track* track = MakeTrack(info);
-  if (track == nullptr && isProtected) vemo()->removeLastTrackInfo();
-  if (track != nullptr && !isProtected) {
-    ZR_NOTE(1, "track[%u] is not protected, it cannot be repaired after a cut\n", mTracks.count());
-  }
-  return track;
+  return MakeTrack(info);
 }
 
 // A trak under moov and the track that fills it.
@@ -157,11 +147,21 @@ Track* MP4File::MakeTrack(const zrMP4_TRACK_INFO_S* info) {
   if (track == nullptr || !mTracks.reserve() || (mVemoWritten && track->CreateTmpStbl() != 0)) {
     return ZR_FAIL(nullptr, "add track fail due to track create fail\n");
   }
+  // From here on nothing but the record can fail: a record without its track would be taken for the next one's.
+  if (recording() && mVemo != nullptr && !Protect(info)) return nullptr;
   mMoov->AddChild(trak.release());
   mTracks.add(track.get());
   track->keepSizes();
   mSettleFrom = mMaxFileSize - std::min(mMaxFileSize, ZR_U64{Track::kMostKept} * mTracks.count());
   return track.release();
+}
+
+// Takes a track into the configuration that repair goes by, where there is still room. False when memory is out.
+bool MP4File::Protect(const zrMP4_TRACK_INFO_S* info) {
+  if (!mVemoWritten && vemo()->addTrackInfo(info) == 0) return true;
+  if (!mVemoWritten && !vemo()->full()) return false;
+  ZR_NOTE(1, "track[%u] is not protected, it cannot be repaired after a cut\n", mTracks.count() + 1);
+  return true;
 }
 
 TrakAtom* MP4File::CreateTrakAtom(const zrMP4_TRACK_INFO_S* info) {

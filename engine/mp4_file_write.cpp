@@ -90,8 +90,8 @@ void MP4File::DropRecord(const RecordStart& start) {
 ZR_U32 MP4File::AddAtom(const std::string& path, UserDefAtom* box) {
   const std::lock_guard<std::mutex> lock(mLock);
   if (mTailWritten) return ZR_FAIL(ZR_ERR_MP4_ILLEGAL_PARAM, "addAtom failed, file tail already written\n");
-  // A repair restores boxes the same way.
-  if (!recording() && mMode != "r+") return ZR_FAIL(ZR_ERR_MP4_ILLEGAL_PARAM, "addAtom failed, not recording\n");
+  // A repair restores boxes the same way; a finalisation that failed can be repeated with one more.
+  if (!mWriting && mMode != "r+") return ZR_FAIL(ZR_ERR_MP4_ILLEGAL_PARAM, "addAtom failed, not recording\n");
   Atom* parent = this;
   if (path != "/") {
     parent = path.empty() ? nullptr : GetDescendant(path.substr(1));
@@ -119,7 +119,7 @@ ZR_U32 MP4File::WriteMdatHeader() {
 
 ZR_U32 MP4File::RewriteMdatSize() {
   if (mMdat == nullptr || mStream == nullptr) return ZR_ERR_MP4_NULL_PTR;
-  return mMdat->rewriteSize(mStream.get()) == 0 && mStream->flush() == 0 ? 0 : ZR_ERR_MP4_WRITE_TAIL;
+  return mMdat->rewriteSize(mStream.get()) == 0 && Flush() == 0 ? 0 : ZR_ERR_MP4_WRITE_TAIL;
 }
 
 int MP4File::WritePaddingBuf(ZR_S64 gap) {

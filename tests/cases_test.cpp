@@ -462,7 +462,7 @@ class Script {
       const auto fields = {track.stVideoInfo.u32Width, track.stVideoInfo.u32Height, track.stVideoInfo.u32BitRate,
                            track.stVideoInfo.u32FrameRate, static_cast<ZR_U32>(track.stVideoInfo.enCodecID)};
       for (const ZR_U32 field : fields) mOut << ' ' << field;
-      mOut << '\n';
+      mOut << (handle != 0 ? "\n" : ", no track\n");
     }
   }
   void get() {

@@ -117,6 +117,12 @@ class SessionBuilder {
   ZR_U64 mTime = 7000000000;
 };
 
+// Longer than what a string holds without memory of its own.
+zrMP4_TRACK_INFO_S Named(zrMP4_TRACK_INFO_S track) {
+  std::strcpy(track.aszHdlrName, "the handler of this track");
+  return track;
+}
+
 zrMP4_TRACK_INFO_S AtSpeed(zrMP4_TRACK_INFO_S track, float speed) {
   track.fSpeed = speed;
   return track;
@@ -137,7 +143,7 @@ std::vector<Session> MakeSessions() {
           .with([](Session& s) { s.wide = ZR_TRUE; s.preAlloc = 131072; }),
       SessionBuilder("constant rate", 8192, {video, meta}).rounds(70, 80, {"/moov/trak[1]"})
           .with([](Session& s) { s.constantRate = ZR_TRUE; s.preAlloc = 4096; s.buffer = 100; }),
-      SessionBuilder("H.264 and AAC", 8192, {video, aac}).rounds(60, 120, everywhere)
+      SessionBuilder("H.264 and AAC", 8192, {Named(video), aac}).rounds(60, 120, everywhere)
           .with([](Session& s) { s.telling = true; s.buffer = 4096; }),
       SessionBuilder("discontinuities", 4096, {AtSpeed(video, 2.0f), AtSpeed(meta, 0.5f), video})
           .rounds(12, 60).jump(-5000000).rounds(3, 60).jump(3600000000).rounds(1, 60).jump(500).rounds(20, 60)

@@ -27,8 +27,19 @@ Data FrameOf(int worker, ZR_U64 number) {
   return number % 10 == 0 ? KeyFrame(9000, fill) : DeltaFrame(9000, fill);
 }
 
-// Makes a track and fills it, among others that do the same.
-std::string Work(Muxer& muxer, int worker) {
+// Queries between two frames may come side by side: all answer the same.
+bool Agree(const Muxer& muxer) {
+  const auto ask = [&] {
+    zrMP4_ATOM_INFO_S movie = {};
+    return ZR_MP4_GetAtom(muxer.handle(), "/moov", &movie) == ZR_ERR_MP4_ATOM_BUF ? movie.u32DataLen : 0;
+  };
+  std::future<ZR_U32> other = std::async(std::launch::async, ask);
+  const ZR_U32 length = ask();
+  return length != 0 && other.get() == length;
+}
+
+// Makes a track and fills it, among others that do the same or alone.
+std::string Work(Muxer& muxer, int worker, bool alone) {
   const zrMP4_TRACK_INFO_S info = TrackOf(worker);
   ZR_MP4_TRACK_HANDLE track = 0;
   ZR_U8 text[100] = {};
@@ -37,6 +48,7 @@ std::string Work(Muxer& muxer, int worker) {
   for (ZR_U64 k = 0; k < kFrames && status == 0; ++k) {
     status = muxer.write(track, FrameOf(worker, k), k * 40000, k % 10 == 0);
     if (status == 0 && k % (kFrames / kBoxes) == 0) status = ZR_MP4_AddAtom(muxer.handle(), "/moov", &box);
+    if (status == 0 && alone && k % 10 == 5 && !Agree(muxer)) return "queries differ";
   }
   return status == 0 ? "" : At("status", status);
 }
@@ -80,7 +92,7 @@ std::string RecordOn(int handle, int workers, std::atomic<int>& open) {
   zrMP4_PROC_MUXER_S* statistics = nullptr;
   if (muxer.status() != 0 || MP4_PROC_Add(&statistics, &config) != 0) return "no handle";
   std::vector<std::future<std::string>> work;
-  for (int i = 0; i < workers; ++i) work.push_back(std::async(std::launch::async, Work, std::ref(muxer), i));
+  for (int i = 0; i < workers; ++i) work.push_back(std::async(std::launch::async, Work, std::ref(muxer), i, workers == 1));
   std::string problem;
   for (std::future<std::string>& one : work) problem += one.get();
   MP4_PROC_UpdateWriteTime(config.aszFileName, static_cast<ZR_U64>(handle));
