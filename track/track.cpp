@@ -63,7 +63,9 @@ bool Track::reserveMore() {
 }
 
 void Track::keepSizes() {
-  for (Atom* table = mStbl->firstChild(); table != nullptr; table = table->nextSibling()) table->keepGrowth();
+  for (Atom* table = mStbl->firstChild(); table != nullptr; table = table->nextSibling()) {
+    if (table->type() != "stsd") table->keepGrowth();  // parameter sets are rare, and may be large
+  }
 }
 
 void Track::settleSizes() {

@@ -2,7 +2,6 @@
 
 #include "base/log.h"
 #include "base/make_or_null.h"
-#include "box/add_box.h"
 #include "track/record_walker.h"
 
 namespace zrmp4 {
@@ -18,10 +17,14 @@ int VideoTrack::CreateTmpStbl() {
   if (mTmpStbl != nullptr) return -1;
   if (Track::CreateTmpStbl() != 0) return ZR_FAIL(-1, "create tmp stbl error\n");
   if (everySampleIsSync()) return 0;
-  mTmp.stss = AddBox<StssAtom>(*mTmpStbl, "stss");
-  if (mTmp.stss != nullptr) return 0;
-  DestroyTmpStbl();
-  return ZR_FAIL(-1, "new stss atom no memory\n");
+  auto stss = MakeOrNull<StssAtom>();
+  if (stss == nullptr) {
+    DestroyTmpStbl();
+    return ZR_FAIL(-1, "new stss atom no memory\n");
+  }
+  mTmp.stss = stss.get();
+  mTmpStbl->AddChild(stss.release());
+  return 0;
 }
 
 int VideoTrack::UpdateTmpStbl(ZR_U64 chunkOffset, const Mp4Sample& sample) {
