@@ -70,7 +70,10 @@ int main(int count, char** words) {
     ZR_U32 status = openFile(words[1]);
     if (status == 0) status = ZR_MP4_AddAtom(file, "/moov", &box);
     if (status == 0) status = record();
+    zrMP4_ATOM_INFO_S left = {0};
     ZR_MP4_DestroyAllTracks(file, NULL);
+    /* It answers 0 in any case: a track that is left tells that the index could not be written. */
+    if (ZR_MP4_GetAtom(file, "/moov/trak", &left) == ZR_ERR_MP4_ATOM_BUF) status = ZR_ERR_MP4_WRITE_TAIL;
     const ZR_U32 closed = ZR_MP4_Destroy(file, NULL);
     if (status != 0 || closed != 0) fprintf(stderr, "%s\n", ZR_MP4_StatusName(status != 0 ? status : closed));
     if (figures != NULL) MP4_PROC_DestroyTrack(figures), MP4_PROC_Remove(figures);

@@ -73,7 +73,10 @@ int main(int count, char** words) {
     sigaction(SIGTERM, &(struct sigaction){.sa_handler = stop}, NULL);
     ZR_U32 status = openFile(words);
     if (status == 0) status = record();
+    zrMP4_ATOM_INFO_S left = {0};
     ZR_MP4_DestroyAllTracks(file, NULL); /* also after a failure: what was recorded stays */
+    /* It answers 0 in any case: a track that is left tells that the index could not be written. */
+    if (ZR_MP4_GetAtom(file, "/moov/trak", &left) == ZR_ERR_MP4_ATOM_BUF) status = ZR_ERR_MP4_WRITE_TAIL;
     const ZR_U32 closed = ZR_MP4_Destroy(file, NULL);
     fprintf(stderr, "%llu frames, %s\n", (unsigned long long)frames, ZR_MP4_StatusName(status ? status : closed));
     return status != 0 || closed != 0;

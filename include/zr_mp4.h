@@ -24,7 +24,7 @@
  * sample tables. A frame is safe
  *   - from a killed process once the kernel has it: at the latest when u32VBufSize bytes have followed it;
  *   - from a power loss once it was synced: before each snapshot, and in between every 4 MiB and every second.
- * Write-out is started behind the writer for every MiB so that these syncs are short. With ZR_MP4_SYNC=off in the
+ * Write-out is started behind the writer for every 256 KiB so that these syncs are short. With ZR_MP4_SYNC=off in the
  * environment when the file is created nothing is synced: a killed process loses no more than before, a power loss
  * may take everything that the kernel had not written by itself (30 seconds on a usual Linux).
  *
@@ -144,7 +144,7 @@ typedef struct zrMP4_CONFIG_S {
     char aszFileName[256]; /* path, at most 255 characters; may be empty when s32Fd is given */
     ZR_S32 s32Fd;          /* an open descriptor, or -1. It wins over the name. The library works on a duplicate of its
                             * own, a muxer cuts the file to nothing and writes from its start; the caller closes its
-                            * own descriptor, at any time. It must be able to seek. */
+                            * own descriptor, at any time. It must be able to seek, and loses O_APPEND. */
     zrMP4_CONFIG_TYPE_E enConfigType;
     union {
         zrMP4_MUXER_CONFIG_S stMuxerConfig;     /* ZR_MP4_CONFIG_MUXER */
@@ -235,8 +235,8 @@ ZR_API ZR_U32 ZR_MP4_Destroy(ZR_MP4_HANDLE hMP4, ZR_U64* pu64Duration) ZR_NOEXCE
  * tracks. fnDuration may be null. A second call does nothing.
  *   ZR_ERR_MP4_NULL_PTR, ZR_ERR_MP4_HANDLE_INVALID; otherwise 0, whatever became of the writing: a failure is
  *   logged, the tracks stay, and the call can be repeated, for example when space was made on the card. Frames
- *   are refused from then on. ZR_MP4_GetTrackByIndex(h, 0, ...) answering ZR_ERR_MP4_ILLEGAL_PARAM tells that all
- *   went well.
+ *   are refused from then on. ZR_MP4_GetAtom(h, "/moov/trak", ...) answering ZR_ERR_MP4_ATOM_NOT_FOUND tells that all
+ *   went well: the tracks are gone.
  * Any thread. Once ZR_MP4_Destroy has returned 0 after it, the file plays and survives a power loss. */
 ZR_API ZR_U32 ZR_MP4_DestroyAllTracks(ZR_MP4_HANDLE hMP4, ZR_MP4_DURATION_CALLBACK fnDuration) ZR_NOEXCEPT;
 
