@@ -16,6 +16,12 @@ std::string RateMismatch(const std::string& name, uint32_t inStream, uint32_t gi
   return name + ": its frames say " + std::to_string(inStream) + " Hz, --rate says " + std::to_string(given);
 }
 
+void CheckChannels(const std::string& name, uint32_t inStream, uint32_t given) {
+  if (inStream == given) return;
+  throw Failure(name + ": its frames have " + std::to_string(inStream) + " channels, --channels says " +
+                std::to_string(given));
+}
+
 // Every frame begins with its own size and "icpf".
 class ProResSource : public FrameSource {
  public:
@@ -33,7 +39,8 @@ class ProResSource : public FrameSource {
 
 class AdtsSource : public FrameSource {
  public:
-  AdtsSource(ByteStream& stream, uint32_t sampleRate) : FrameSource(stream), mSampleRate(sampleRate) {}
+  AdtsSource(ByteStream& stream, uint32_t sampleRate, uint32_t channels)
+      : FrameSource(stream), mSampleRate(sampleRate), mChannels(channels) {}
   uint32_t samplesPerFrame() const override { return mSamplesPerFrame; }
 
  private:
@@ -57,17 +64,21 @@ class AdtsSource : public FrameSource {
     const uint32_t coreRate = kRates[index];
     if (mSampleRate != coreRate && mSampleRate != 2 * coreRate)
       throw Failure(RateMismatch(mStream.name(), coreRate, mSampleRate));
+    const uint32_t channels = (data[2] & 1u) << 2 | data[3] >> 6;  // 0 where the stream tells them otherwise
+    if (channels != 0) CheckChannels(mStream.name(), channels == 7 ? 8 : channels, mChannels);
     mSamplesPerFrame = kBlockSamples * ((data[6] & 3u) + 1) * (mSampleRate / coreRate);
   }
 
   const uint32_t mSampleRate;
+  const uint32_t mChannels;
   uint32_t mSamplesPerFrame = 0;
 };
 
 // MPEG audio layer III, with the tags and the index frame that files have around it left out.
 class Mp3Source : public FrameSource {
  public:
-  Mp3Source(ByteStream& stream, uint32_t sampleRate) : FrameSource(stream), mSampleRate(sampleRate) {}
+  Mp3Source(ByteStream& stream, uint32_t sampleRate, uint32_t channels)
+      : FrameSource(stream), mSampleRate(sampleRate), mChannels(channels) {}
   uint32_t samplesPerFrame() const override { return mSamplesPerFrame; }
 
  private:
@@ -124,6 +135,7 @@ class Mp3Source : public FrameSource {
     const bool isMpeg1 = version == 3;
     const uint32_t sampleRate = kRates[rate] / (isMpeg1 ? 1 : version == 2 ? 2 : 4);
     if (sampleRate != mSampleRate) throw Failure(RateMismatch(mStream.name(), sampleRate, mSampleRate));
+    if (mSamplesPerFrame == 0) CheckChannels(mStream.name(), data[3] >> 6 == 3 ? 1 : 2, mChannels);
     mSamplesPerFrame = isMpeg1 ? 1152 : 576;
     const uint32_t bitsPerSecond = 1000 * (isMpeg1 ? kBitRates1 : kBitRates2)[bitRate];
     size = mSamplesPerFrame / 8 * bitsPerSecond / sampleRate + (data[2] >> 1 & 1u);
@@ -143,6 +155,7 @@ class Mp3Source : public FrameSource {
   }
 
   const uint32_t mSampleRate;
+  const uint32_t mChannels;
   uint32_t mSamplesPerFrame = 0;
 };
 
@@ -225,9 +238,9 @@ std::unique_ptr<FrameSource> MakeFrameSource(ByteStream& stream, zrMP4_CODECID_E
     case ZR_MP4_CODEC_H265:
       return std::make_unique<AnnexBSource>(stream, true);
     case ZR_MP4_CODEC_AAC:
-      return std::make_unique<AdtsSource>(stream, sampleRate);
+      return std::make_unique<AdtsSource>(stream, sampleRate, channels);
     case ZR_MP4_CODEC_MP3:
-      return std::make_unique<Mp3Source>(stream, sampleRate);
+      return std::make_unique<Mp3Source>(stream, sampleRate, channels);
     case ZR_MP4_CODEC_G711A:
     case ZR_MP4_CODEC_G711U:
       return std::make_unique<PieceSource>(stream, sampleRate, channels);

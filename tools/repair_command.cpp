@@ -71,10 +71,18 @@ void RepairOne(RepairResult& result, bool extraFrames) {
     }
     result.seconds = SecondsSince(start);
   }
-  result.kept = before.isFinished ? before.size : ReadLayout(result.file).mediaEnd;
+  // What the library leaves alone though its end is missing: a file with the movie box in front.
+  const FileLayout after = ReadLayout(result.file);
+  const bool leftAlone = before.isFinished || !after.isFinished;
+  result.kept = leftAlone ? before.size : after.mediaEnd;
   result.dropped = before.size > result.kept ? before.size - result.kept : 0;
-  result.tracks = ReadTracks(result.file);
-  result.outcome = before.isFinished ? "finished" : "repaired";
+  result.outcome = leftAlone ? "finished" : "repaired";
+  try {
+    result.tracks = ReadTracks(result.file);
+  } catch (const Failure& failure) {
+    // A file that plays may have more than the library reads back: more than ten tracks, say.
+    Warn(failure.what());
+  }
 }
 
 void PrintText(const RepairResult& result) {
