@@ -10,7 +10,8 @@ namespace {
 constexpr CompressorName kCompressor = {"\vHEVC Coding", "Init hevc compressor name failed\n",
                                         "write hvc1 compressor error\n", "skip hvc1 compressor error\n"};
 
-constexpr ParameterSetList::ReadTexts kReadTexts = {nullptr, "new hvcc parameter set(%d bytes) failed\n"};
+constexpr ParameterSetList::ReadTexts kReadTexts = {"hvcc parameter set size(%d) is illegal\n",
+                                                    "new hvcc parameter set(%d bytes) failed\n"};
 
 constexpr ZR_U32 kFixedBytes = 23;
 constexpr ZR_U32 kArrayHeaderBytes = 3;  // type and 16-bit count

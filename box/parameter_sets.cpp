@@ -38,8 +38,10 @@ ParameterSetList::~ParameterSetList() {
 }
 
 ParameterSet** ParameterSetList::Place(ParameterSet** root, ZR_U32 hash, const ZR_U8* data, ZR_U16 size) {
+  constexpr int kMostSteps = 64;
   ParameterSet** at = root;
-  for (ZR_U32 path = hash; *at != nullptr; path <<= 2) {
+  ZR_U32 path = hash;
+  for (int steps = 0; *at != nullptr && steps < kMostSteps; ++steps, path <<= 2) {
     ParameterSet& set = **at;
     if (set.mHash == hash && set.size == size && std::memcmp(set.data.get(), data, size) == 0) break;
     at = &set.mBranches[path >> 30];
@@ -74,7 +76,7 @@ bool ParameterSetList::read(FieldIo& io, const AtomHeader& box, ZR_U32 count, co
   for (ZR_U32 i = 0; i < count; ++i) {
     ZR_U16 size = 0;
     if (!io.be16(size)) return false;
-    if (size == 0 && texts.emptySet != nullptr) return ZR_FAIL(false, texts.emptySet, size);
+    if (size == 0) return ZR_FAIL(false, texts.emptySet, size);
     if (size > box.Remaining(io.stream())) {
       const long long offset = static_cast<long long>(io.stream()->getCurPos());
       return ZR_IO_FAIL(false, "offset:%lld, readBytes(%u) fail\n", offset, static_cast<unsigned>(size));

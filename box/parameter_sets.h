@@ -46,14 +46,15 @@ class ParameterSetList {
   bool write(FieldIo& io) const;
 
   struct ReadTexts {
-    const char* emptySet;  // with the length; null when a set may be empty
+    const char* emptySet;  // with the length
     const char* noMemory;  // with the length
   };
   // Appends count sets from the stream, none longer than what is left of the box.
   bool read(FieldIo& io, const AtomHeader& box, ZR_U32 count, const ReadTexts& texts);
 
  private:
-  // The link in the tree that leads to the set of these bytes, or that is null and would have to.
+  // The link in the tree that leads to the set of these bytes, or that is null and would have to. Sets that were made
+  // to have one hash count as equal where telling them apart would take long.
   static ParameterSet** Place(ParameterSet** root, ZR_U32 hash, const ZR_U8* data, ZR_U16 size);
 
   ParameterSet* mFirst = nullptr;  // the root of the tree as well
