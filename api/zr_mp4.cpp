@@ -121,7 +121,7 @@ ZR_U32 GetAtom(ZR_MP4_HANDLE handle, const char* path, zrMP4_ATOM_INFO_S* info) 
   if (box == nullptr) return ZR_FAIL(ZR_ERR_MP4_ATOM_NOT_FOUND, "atom not found\n");
   const ZR_U64 declared = box->header().Length(file->stream()->size());
   const ZR_U64 length = declared - box->header().Size();
-  if (declared < box->header().Size() || length > 0xFFFFFFFFu) {
+  if (declared < box->header().Size() || length > 0xFFFFFFFFu || file->isBeyondEnd(box->header())) {
     return ZR_FAIL(ZR_ERR_MP4_ATOM_NOT_FOUND, "atom size illegal\n");
   }
   if (info->u32DataLen < length) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <mutex>
 #include <string>
 
@@ -85,6 +86,10 @@ class MP4File : public ISOBaseMediaFile {
   // The track of the trak with this index, or null: what cannot be described has none.
   Track* GetTrackHandle(ZR_U32 index);
   ZR_U32 GetTrackMediaInfo(ZR_U32 index, zrMP4_CODECID_E codec, zrMP4_TRACK_INFO_S* info);
+  // Whether a box of a file that was read declares more than there is.
+  bool isBeyondEnd(const AtomHeader& box) const {
+    return !mWriting && (box.offset > mFileSize || box.Length(mFileSize) > mFileSize - box.offset);
+  }
   ZR_BOOL useCo64() const { return mUseCo64; }
   ZR_U32 backupUnit() const { return mBackupUnit; }
   ZR_U32 trackCount() const { return mTracks.count(); }
@@ -111,6 +116,7 @@ class MP4File : public ISOBaseMediaFile {
   bool IsFull();
   void SettleSizes();
   static void SettleBoxes(Track* track);
+  Atom* ParentAt(const std::string& path);
   bool OffsetFits(const Track::Mp4Sample& sample);
   ZR_U32 WriteRecord(Track* track, const Track::Mp4Sample& sample, ZR_U64* offset);
   void WriteProc(Track*, ZR_U64) {}
@@ -140,6 +146,7 @@ class MP4File : public ISOBaseMediaFile {
   ZR_U32 FillAudioInfo(ZR_U32 index, zrMP4_CODECID_E codec, zrMP4_AUDIO_INFO_S* audio);
 
   bool IsFinished();
+  bool HoldsTracks(const AtomHeader& moov);
   void RestoreConfiguration();
   ZR_U32 CreateMoov();
   int CreateTraks();
@@ -180,6 +187,8 @@ class MP4File : public ISOBaseMediaFile {
   ZR_BOOL mRepairMode = ZR_FALSE;
   ZR_U32 mBackupUnit = 0;
   ZR_U32 mBackupIndex = 0;  // table groups written; in repair, those expected
+  std::map<std::string, Atom*> mParents;  // of user boxes, by their paths; boxes of the tree stay where they are
+  ZR_U32 mLookups = 0;
   ZR_U32 mUserAtomNum = 0;  // user-box records since the last table group
   bool mVemoWritten = false;
   Atom* mVemo = nullptr;

@@ -20,6 +20,8 @@ int MP4File::WriteVemoAtom() {
     mStream->dropFrom(position);
     return ZR_FAIL(-1, "createTmpStbl fail\n");
   }
+  // Multiples that boxes in front of the tracks have passed are none to wait for.
+  mBackupIndex = static_cast<ZR_U32>(mStream->getCurPos() / mBackupUnit);
   // Repair is possible from here on. What cannot be flushed yet stays in the buffer for the next try.
   mVemoWritten = true;
   return Flush();
@@ -65,13 +67,13 @@ ZR_U32 MP4File::FlushTbgp() {
   const ZR_U64 target = static_cast<ZR_U64>(mBackupUnit) * mBackupIndex;
   const ZR_S64 gap = static_cast<ZR_S64>(target - start.position);
   // Deliberate: compared with the gap, not the position, so it never trips for a position beyond the target; that
-  // one asks for a negative padding, which fails, and the next frame aims at the next multiple.
+  // one asks for a negative padding, which fails, and the next frame aims at the next multiple to come.
   if (static_cast<ZR_S64>(target) < gap) {
     return ZR_FAIL(ZR_ERR_MP4_BACKUP, "cur file size is over next backup offset\n");
   }
-  const bool passed = gap < 0;
   if (WritePaddingBuf(gap) != 0) {
-    if (!passed) DropRecord(start);
+    if (gap >= 0) DropRecord(start);
+    if (gap < 0) mBackupIndex = static_cast<ZR_U32>(start.position / mBackupUnit);
     return ZR_FAIL(ZR_ERR_MP4_BACKUP, "zero padding failed\n");
   }
   mMdat->IncreaseSize(static_cast<ZR_U32>(gap));

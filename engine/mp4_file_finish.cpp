@@ -8,6 +8,18 @@
 #include "engine/mp4_file.h"
 
 namespace zrmp4 {
+namespace {
+
+// A duration in another time scale: multiplied first, then divided, where the product has more than 64 bits too.
+ZR_U64 Converted(ZR_U64 duration, ZR_U32 from, ZR_U32 to) {
+  if (from == 0) return duration;
+  constexpr ZR_U64 kMost = ~ZR_U64{0};
+  const ZR_U64 whole = duration / from;
+  if (to != 0 && whole >= kMost / to) return kMost;
+  return whole * to + duration % from * to / from;
+}
+
+}  // namespace
 
 ZR_U32 MP4File::RemoveAllTrack() {
   const std::lock_guard<std::mutex> lock(mLock);
@@ -24,6 +36,7 @@ ZR_U32 MP4File::RemoveAllTrack() {
     delete trak;
   }
   ReleaseTracks();
+  mParents.clear();
   mTailWritten = true;
   mUserAtomNum = 0;
   return 0;
@@ -94,8 +107,7 @@ ZR_U32 MP4File::SettleMovieTimes() {
 
 ZR_U32 MP4File::SettleTrack(Track* track, ZR_U32 movieTimeScale) {
   TrakAtom* trak = track->trak();
-  ZR_U64 duration = trak->mdhdDuration();
-  if (trak->timeScale() != 0) duration = duration * movieTimeScale / trak->timeScale();
+  const ZR_U64 duration = Converted(trak->mdhdDuration(), trak->timeScale(), movieTimeScale);
   trak->setTkhdDuration(duration);
   if (trak->trakType() == TrakAtom::TRAK_VIDEO) mMovieDuration = duration;
   // A metadata track may be described with any codec.

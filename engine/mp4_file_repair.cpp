@@ -55,7 +55,8 @@ bool GroupsFillBox(IOStream* stream, const TbgpAtom& tbgp) {
 }  // namespace
 
 ZR_U32 MP4File::Repair(ZR_BOOL parseExtraFrames) {
-  if (mVemo == nullptr) {
+  // A size that has no room for 64 bits was not written by a recorder, and could not tell where the frames end.
+  if (mVemo == nullptr || mMdat->header().size != 1) {
     ZR_NOTE(1, "no vemoatom\n");
     return ZR_ERR_MP4_ATOM_NOT_FOUND;
   }
@@ -90,20 +91,28 @@ ZR_U32 MP4File::Repair(ZR_BOOL parseExtraFrames) {
   return 0;
 }
 
-// A finished file's media data ends where a whole movie box begins: its size is the last thing that is written.
+// Behind a finished file's media data stands a whole movie box: the size of the data is the last thing that is written.
+// Another writer may have put boxes in between, or the movie in front.
 bool MP4File::IsFinished() {
+  if (mMoov != nullptr) return true;
   const AtomHeader& mdat = mMdat->header();
-  const ZR_U64 length = mdat.Length(mFileSize);
-  if (mdat.offset >= mFileSize || length >= mFileSize - mdat.offset) return false;
-  if (mStream->seek(static_cast<long long>(mdat.offset + length), 0) != 0) return false;
-  AtomHeader header;
-  if (mStream->remaining() < header.Size() || header.Read(mStream.get()) != 0) return false;
-  if (header.type != "moov" || header.Length(mFileSize) > mFileSize - header.offset) return false;
-  // Its boxes are not looked into: that of a track without a key frame has a configuration that cannot be read.
-  const ZR_U64 end = header.offset + header.Length(mFileSize);
+  if (mdat.largeSize <= mdat.Size() || mdat.largeSize >= mFileSize - mdat.offset) return false;
+  AtomHeader box;
+  for (ZR_U64 at = mdat.offset + mdat.largeSize; at < mFileSize; at += box.Length(mFileSize)) {
+    if (mStream->seek(static_cast<long long>(at), 0) != 0 || box.Read(mStream.get()) != 0) return false;
+    if (box.Length(mFileSize) < box.Size() || box.Length(mFileSize) > mFileSize - at) return false;
+    if (box.type == "moov") return HoldsTracks(box);
+  }
+  return false;
+}
+
+// Whether boxes make up a movie box to its end, a track among them. They are not looked into: that of a track without a
+// key frame has a configuration that cannot be read.
+bool MP4File::HoldsTracks(const AtomHeader& moov) {
+  const ZR_U64 end = moov.offset + moov.Length(mFileSize);
   bool movieHeader = false;
   bool track = false;
-  ZR_U64 at = mStream->getCurPos();
+  ZR_U64 at = moov.offset + moov.Size();
   while (at < end) {
     AtomHeader box;
     if (mStream->seek(static_cast<long long>(at), 0) != 0 || box.Read(mStream.get()) != 0) return false;

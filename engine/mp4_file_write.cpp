@@ -92,14 +92,24 @@ ZR_U32 MP4File::AddAtom(const std::string& path, UserDefAtom* box) {
   if (mTailWritten) return ZR_FAIL(ZR_ERR_MP4_ILLEGAL_PARAM, "addAtom failed, file tail already written\n");
   // A repair restores boxes the same way; a finalisation that failed can be repeated with one more.
   if (!mWriting && mMode != "r+") return ZR_FAIL(ZR_ERR_MP4_ILLEGAL_PARAM, "addAtom failed, not recording\n");
-  Atom* parent = this;
-  if (path != "/") {
-    parent = path.empty() ? nullptr : GetDescendant(path.substr(1));
-    if (parent == nullptr) return ZR_FAIL(ZR_ERR_MP4_ILLEGAL_PARAM, "get pParentAtom[%s] failed\n", path.c_str());
-  }
+  Atom* parent = ParentAt(path);
+  if (parent == nullptr) return ZR_FAIL(ZR_ERR_MP4_ILLEGAL_PARAM, "get pParentAtom[%s] failed\n", path.c_str());
   parent->AddChild(box);
   SettleSizes();
   return 0;
+}
+
+// The box that a path leads to, or null. A look past many boxes is long: each path is looked up once, and a file that is
+// repaired, which can ask for as many as it has records, has so many.
+Atom* MP4File::ParentAt(const std::string& path) {
+  constexpr ZR_U32 kMostLookups = 1024;
+  if (path == "/") return this;
+  const auto known = mParents.find(path);
+  if (known != mParents.end()) return known->second;
+  if (path.empty() || (mRepairMode && ++mLookups > kMostLookups)) return nullptr;
+  Atom* parent = GetDescendant(path.substr(1));
+  if (parent != nullptr) mParents.emplace(path, parent);
+  return parent;
 }
 
 ZR_U32 MP4File::WriteFtyp() {
