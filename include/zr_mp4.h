@@ -181,7 +181,7 @@ typedef struct zrMP4_TRACK_INFO_S {
     ZR_U32 u32TimeScale;            /* ticks per second of the track's times, at least 1000. A track with 32-bit
                                      * offsets can last 2^32 ticks: 9.9 hours at 120000, 13.2 at 90000. */
     float fSpeed;                   /* playback speed, above 0 for video and metadata; 1.0 is normal */
-    char aszHdlrName[256];          /* handler name, at most 255 characters */
+    char aszHdlrName[256];          /* handler name, at most 255 characters; 254 where the library reads it back */
     union {
         zrMP4_VIDEO_INFO_S stVideoInfo;
         zrMP4_AUDIO_INFO_S stAudioInfo;
@@ -241,8 +241,8 @@ ZR_API ZR_U32 ZR_MP4_Destroy(ZR_MP4_HANDLE hMP4, ZR_U64* pu64Duration) ZR_NOEXCE
 ZR_API ZR_U32 ZR_MP4_DestroyAllTracks(ZR_MP4_HANDLE hMP4, ZR_MP4_DURATION_CALLBACK fnDuration) ZR_NOEXCEPT;
 
 /* Adds a track to a recording and stores its handle. Tracks may be added while frames of others are written, but
- * only tracks that exist before the first frame, and no more than six, can be repaired after a cut: a later or
- * seventh one is recorded, with a notice in the log.
+ * only tracks that exist before the first frame and before the first box that is added after a track, and no more
+ * than six, can be repaired after a cut: a later or seventh one is recorded, with a notice in the log.
  *   ZR_ERR_MP4_NULL_PTR, ZR_ERR_MP4_HANDLE_INVALID, ZR_ERR_MP4_ILLEGAL_PARAM (description),
  *   ZR_ERR_MP4_CREATE_TRACK (not a recording, already finished, or memory is out)
  * The description stays the caller's; the track handle ends with ZR_MP4_DestroyAllTracks. Any thread. */
@@ -257,7 +257,8 @@ ZR_API ZR_U32 ZR_MP4_CreateTrack(ZR_MP4_HANDLE hMP4, ZR_MP4_TRACK_HANDLE* phTrac
  *   ZR_ERR_MP4_NULL_PTR, ZR_ERR_MP4_HANDLE_INVALID,
  *   ZR_ERR_MP4_ILLEGAL_PARAM  not a track of this recording, the recording is finished, or the frame is malformed
  *   ZR_ERR_MP4_WRITE_BACKUP   the frame cannot be decoded from here (key frame without parameter sets or IDR
- *                             slice), or it or its crash-safety data could not be written
+ *                             slice, more parameter sets than fit), or it or its crash-safety data could not be
+ *                             written
  *   ZR_ERR_MP4_NO_MEMORY      its table entries found no memory
  *   ZR_ERR_MP4_FILE_SIZE      the file has reached its limit: finish it. The frame is written, unless it would
  *                             begin beyond 4 GiB in a file with 32-bit offsets
