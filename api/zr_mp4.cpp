@@ -117,11 +117,12 @@ ZR_U32 GetAtom(ZR_MP4_HANDLE handle, const char* path, zrMP4_ATOM_INFO_S* info) 
   }
   if (CheckQueryPath(path) != 0) return ZR_FAIL(ZR_ERR_MP4_ILLEGAL_PARAM, "atom path illegal\n");
 
+  const std::lock_guard<std::mutex> guard(file->queryLock());
   Atom* box = file->GetAtom(path + 1);
   if (box == nullptr) return ZR_FAIL(ZR_ERR_MP4_ATOM_NOT_FOUND, "atom not found\n");
   const ZR_U64 declared = box->header().Length(file->stream()->size());
   const ZR_U64 length = declared - box->header().Size();
-  if (declared < box->header().Size() || length > 0xFFFFFFFFu || file->isBeyondEnd(box->header())) {
+  if (declared < box->header().Size() || length > 0xFFFFFFFFu || declared > file->longestBox()) {
     return ZR_FAIL(ZR_ERR_MP4_ATOM_NOT_FOUND, "atom size illegal\n");
   }
   if (info->u32DataLen < length) {

@@ -76,6 +76,8 @@ class MP4File : public ISOBaseMediaFile {
   ZR_U32 Repair(ZR_BOOL parseExtraFrames);
 
   // Queries (mp4_file_query.cpp)
+  // Queries for boxes may come side by side, and note in the boxes where they wrote them: each holds this lock.
+  std::mutex& queryLock() { return mQueryLock; }
   Atom* GetAtom(const std::string& path);
   ZR_U32 ParseFileInfo();
   ZR_U32 Duration();
@@ -86,10 +88,8 @@ class MP4File : public ISOBaseMediaFile {
   // The track of the trak with this index, or null: what cannot be described has none.
   Track* GetTrackHandle(ZR_U32 index);
   ZR_U32 GetTrackMediaInfo(ZR_U32 index, zrMP4_CODECID_E codec, zrMP4_TRACK_INFO_S* info);
-  // Whether a box of a file that was read declares more than there is.
-  bool isBeyondEnd(const AtomHeader& box) const {
-    return !mWriting && (box.offset > mFileSize || box.Length(mFileSize) > mFileSize - box.offset);
-  }
+  // The most that a box can be: a file that was read may declare more than there is.
+  ZR_U64 longestBox() const { return mWriting ? ~ZR_U64{0} : mFileSize; }
   ZR_BOOL useCo64() const { return mUseCo64; }
   ZR_U32 backupUnit() const { return mBackupUnit; }
   ZR_U32 trackCount() const { return mTracks.count(); }
@@ -128,6 +128,7 @@ class MP4File : public ISOBaseMediaFile {
   ZR_U32 TbgpSize();
   int WriteTbgp();
   ZR_U32 FlushTbgp();
+  ZR_U32 PassedMultiples(ZR_U64 position) const;
   bool NeedsFlush(ZR_U64 position, ZR_U32 size) const;
   int MakeDurable();
   ZR_U32 PrepareBackup(const Track::Mp4Sample& sample);
@@ -179,7 +180,7 @@ class MP4File : public ISOBaseMediaFile {
   ZR_U32 mFormatProfile = 2;  // until a muxer's configuration sets it
   ZR_U32 mMovieTimeScale = MP4_TIMESCALE;
   std::mutex mLock;
-  std::mutex mSettleLock;  // between queries
+  std::mutex mQueryLock;
   ZR_U32 mTbgpCount = 0;
   ZR_MP4_DURATION_CALLBACK mRemoveHook = nullptr;
   bool mFinishing = false;    // finalisation was tried: no more frames

@@ -21,7 +21,7 @@ int MP4File::WriteVemoAtom() {
     return ZR_FAIL(-1, "createTmpStbl fail\n");
   }
   // Multiples that boxes in front of the tracks have passed are none to wait for.
-  mBackupIndex = static_cast<ZR_U32>(mStream->getCurPos() / mBackupUnit);
+  mBackupIndex = PassedMultiples(mStream->getCurPos());
   // Repair is possible from here on. What cannot be flushed yet stays in the buffer for the next try.
   mVemoWritten = true;
   return Flush();
@@ -73,7 +73,7 @@ ZR_U32 MP4File::FlushTbgp() {
   }
   if (WritePaddingBuf(gap) != 0) {
     if (gap >= 0) DropRecord(start);
-    if (gap < 0) mBackupIndex = static_cast<ZR_U32>(start.position / mBackupUnit);
+    if (gap < 0) mBackupIndex = PassedMultiples(start.position);
     return ZR_FAIL(ZR_ERR_MP4_BACKUP, "zero padding failed\n");
   }
   mMdat->IncreaseSize(static_cast<ZR_U32>(gap));
@@ -85,6 +85,11 @@ ZR_U32 MP4File::FlushTbgp() {
   }
   ++mTbgpCount;
   return RebuildTmpStbl() == 0 ? 0 : ZR_ERR_MP4_BACKUP;
+}
+
+// Where a record ends on a multiple, a table group can still stand there.
+ZR_U32 MP4File::PassedMultiples(ZR_U64 position) const {
+  return static_cast<ZR_U32>((position - 1) / mBackupUnit);
 }
 
 bool MP4File::NeedsFlush(ZR_U64 position, ZR_U32 size) const {

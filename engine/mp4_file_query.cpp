@@ -59,10 +59,8 @@ ZR_U32 MP4File::ParseFileInfo() {
   return 0;
 }
 
-// Queries may come side by side: one of them settles what the frames left, the others find nothing to do.
 Atom* MP4File::GetAtom(const std::string& path) {
   if (mWriting) {
-    const std::lock_guard<std::mutex> lock(mSettleLock);
     for (Track* track : mTracks) SettleBoxes(track);
   }
   return GetDescendant(path);

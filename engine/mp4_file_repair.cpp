@@ -55,8 +55,7 @@ bool GroupsFillBox(IOStream* stream, const TbgpAtom& tbgp) {
 }  // namespace
 
 ZR_U32 MP4File::Repair(ZR_BOOL parseExtraFrames) {
-  // A size that has no room for 64 bits was not written by a recorder, and could not tell where the frames end.
-  if (mVemo == nullptr || mMdat->header().size != 1) {
+  if (mVemo == nullptr) {
     ZR_NOTE(1, "no vemoatom\n");
     return ZR_ERR_MP4_ATOM_NOT_FOUND;
   }
@@ -65,6 +64,11 @@ ZR_U32 MP4File::Repair(ZR_BOOL parseExtraFrames) {
     return ZR_ERR_MP4_NO_TRACK_CFG;
   }
   if (IsFinished()) return 0;
+  // A size that has no room for 64 bits was not written by a recorder, and could not tell where the frames end.
+  if (mMdat->header().size != 1) {
+    ZR_NOTE(1, "repair moov fail\n");
+    return ZR_FAIL(ZR_ERR_MP4_REPAIR_MOOV, "mdat has no 64-bit size\n");
+  }
   // The tail ends at a top-level box without a type: it is told before anything is cut off.
   for (const Atom* box = firstChild(); box != nullptr; box = box->nextSibling()) {
     if (!box->type().empty()) continue;
@@ -75,7 +79,10 @@ ZR_U32 MP4File::Repair(ZR_BOOL parseExtraFrames) {
   RestoreConfiguration();
   if (CreateMoov() != 0) return ZR_ERR_MP4_NO_MEMORY;
   // Boxes that stand in front of the tracks in the tree are restored in front of them.
-  if (RestoreLeadingUserAtoms() != 0) return ZR_ERR_MP4_REPAIR_MOOV;
+  if (RestoreLeadingUserAtoms() != 0) {
+    ZR_NOTE(1, "repair moov fail\n");
+    return ZR_ERR_MP4_REPAIR_MOOV;
+  }
   if (CreateTraks() != 0) {
     ZR_NOTE(1, "create trakatom fail\n");
     return ZR_ERR_MP4_CREATE_TRACK;
@@ -94,11 +101,12 @@ ZR_U32 MP4File::Repair(ZR_BOOL parseExtraFrames) {
 // Behind a finished file's media data stands a whole movie box: the size of the data is the last thing that is written.
 // Another writer may have put boxes in between, or the movie in front.
 bool MP4File::IsFinished() {
-  if (mMoov != nullptr) return true;
+  if (mMoov != nullptr && HoldsTracks(mMoov->header())) return true;
   const AtomHeader& mdat = mMdat->header();
-  if (mdat.largeSize <= mdat.Size() || mdat.largeSize >= mFileSize - mdat.offset) return false;
+  const ZR_U64 length = mdat.Length(mFileSize);
+  if (length <= mdat.Size() || length >= mFileSize - mdat.offset) return false;
   AtomHeader box;
-  for (ZR_U64 at = mdat.offset + mdat.largeSize; at < mFileSize; at += box.Length(mFileSize)) {
+  for (ZR_U64 at = mdat.offset + length; at < mFileSize; at += box.Length(mFileSize)) {
     if (mStream->seek(static_cast<long long>(at), 0) != 0 || box.Read(mStream.get()) != 0) return false;
     if (box.Length(mFileSize) < box.Size() || box.Length(mFileSize) > mFileSize - at) return false;
     if (box.type == "moov") return HoldsTracks(box);

@@ -65,7 +65,9 @@ class AdtsSource : public FrameSource {
     if (mSampleRate != coreRate && mSampleRate != 2 * coreRate)
       throw Failure(RateMismatch(mStream.name(), coreRate, mSampleRate));
     const uint32_t channels = (data[2] & 1u) << 2 | data[3] >> 6;  // 0 where the stream tells them otherwise
-    if (channels != 0) CheckChannels(mStream.name(), channels == 7 ? 8 : channels, mChannels);
+    // With parametric stereo, which needs that replication, one channel is heard as two.
+    const bool isParametric = channels == 1 && mChannels == 2 && mSampleRate == 2 * coreRate;
+    if (channels != 0 && !isParametric) CheckChannels(mStream.name(), channels == 7 ? 8 : channels, mChannels);
     mSamplesPerFrame = kBlockSamples * ((data[6] & 3u) + 1) * (mSampleRate / coreRate);
   }
 

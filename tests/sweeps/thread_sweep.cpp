@@ -30,12 +30,14 @@ Data FrameOf(int worker, ZR_U64 number) {
 // Queries between two frames may come side by side: all answer the same.
 bool Agree(const Muxer& muxer) {
   const auto ask = [&] {
-    zrMP4_ATOM_INFO_S movie = {};
-    return ZR_MP4_GetAtom(muxer.handle(), "/moov", &movie) == ZR_ERR_MP4_ATOM_BUF ? movie.u32DataLen : 0;
+    Data movie(65536);
+    zrMP4_ATOM_INFO_S box = {static_cast<ZR_U32>(movie.size()), "", movie.data()};
+    movie.resize(ZR_MP4_GetAtom(muxer.handle(), "/moov", &box) == 0 ? box.u32DataLen : 0);
+    return movie;
   };
-  std::future<ZR_U32> other = std::async(std::launch::async, ask);
-  const ZR_U32 length = ask();
-  return length != 0 && other.get() == length;
+  std::future<Data> other = std::async(std::launch::async, ask);
+  const Data movie = ask();
+  return !movie.empty() && other.get() == movie;
 }
 
 // Makes a track and fills it, among others that do the same or alone.
