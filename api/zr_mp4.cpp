@@ -9,6 +9,7 @@
 #include "api/muxer_registry.h"
 #include "base/annex_k.h"
 #include "base/make_or_null.h"
+#include "base/memory_out.h"
 #include "box/user_def_atom.h"
 #include "stream/mem_io_stream.h"
 
@@ -95,8 +96,9 @@ ZR_U32 AddAtom(ZR_MP4_HANDLE handle, const char* path, const zrMP4_ATOM_INFO_S& 
 ZR_U32 CopyPayload(Atom& box, ZR_U32 length, zrMP4_ATOM_INFO_S* info) {
   MemIOStream payload;
   if (payload.open() != 0) return ZR_FAIL(ZR_ERR_MP4_NO_MEMORY, "open stream for writing atom error\n");
+  TakeMemoryOut();
   if (box.WriteContent(&payload) != 0 || payload.getCurPos() != length) {
-    return ZR_FAIL(ZR_ERR_MP4_ATOM_NOT_FOUND, "write atom data error\n");
+    return ZR_FAIL(TakeMemoryOut() ? ZR_ERR_MP4_NO_MEMORY : ZR_ERR_MP4_ATOM_NOT_FOUND, "write atom data error\n");
   }
   if (CopyText(info->aszType, sizeof(info->aszType), box.type().data(), box.type().size()) != 0) {
     return ZR_FAIL(ZR_ERR_MP4_ATOM_NOT_FOUND, "copy atom type failed\n");

@@ -17,7 +17,9 @@
  * Threads. Different handles may be used from any number of threads. On one handle ZR_MP4_CreateTrack,
  * ZR_MP4_WriteFrame, ZR_MP4_AddAtom and ZR_MP4_DestroyAllTracks may be called from several threads at once. The
  * queries (ZR_MP4_GetTrackByIndex, ZR_MP4_GetAtom, ZR_MP4_GetFileInfo) must not overlap a write on the same
- * handle, and nothing may overlap ZR_MP4_Destroy of the same handle. The library has no threads of its own.
+ * handle, and nothing may overlap ZR_MP4_Destroy of the same handle. Adding boxes,
+ * finishing and destroying wait for each other in the whole process. The library has no threads of its own. A thread
+ * must not be cancelled (pthread_cancel) inside a call.
  *
  * What survives a crash. With a backup unit, the configuration of the tracks goes to the file before the first
  * frame, every frame carries a private header, and at every multiple of the backup unit stands a snapshot of the
@@ -80,7 +82,7 @@ typedef uintptr_t ZR_MP4_TRACK_HANDLE; /* a track of an open file, 0 means none;
 #define ZR_ERR_MP4_CLOSE 0xA1298044u          /* the file could not be flushed, synced or closed */
 #define ZR_ERR_MP4_WRITE_HEAD 0xA1298045u     /* the head of the file could not be written */
 #define ZR_ERR_MP4_WRITE_TAIL 0xA1298046u     /* the movie box or what follows it could not be written */
-#define ZR_ERR_MP4_HANDLE_INVALID 0xA1298048u /* not a live handle */
+#define ZR_ERR_MP4_HANDLE_INVALID 0xA1298048u /* not a live handle; a destroyed one's value may be given out again */
 #define ZR_ERR_MP4_WRITE_BACKUP 0xA1298050u   /* a frame, or crash-safety data before it, could not be written */
 #define ZR_ERR_MP4_REPAIR_MOOV 0xA1298051u    /* repair could not rebuild the movie box */
 #define ZR_ERR_MP4_CREATE_TRACK 0xA1298052u   /* the track could not be created */
@@ -340,7 +342,7 @@ typedef struct zrMP4_PROC_MUXER_S {
     ZR_S32 trackSeq;           /* track records ever created */
     ZR_U32 lastFrameSize;      /* bytes, from the last MP4_PROC_WriteFrame */
     ZR_U64 lastFrameValue;     /* the caller's value, from the last MP4_PROC_WriteFrame */
-    ZR_U64 maxWriteTime;       /* largest value of MP4_PROC_UpdateWriteTime */
+    ZR_U64 maxWriteTime;       /* largest value of MP4_PROC_UpdateWriteTime; read both when no update runs */
     ZR_U64 maxAllocTime;       /* largest value of MP4_PROC_UpdateAllocTime */
     zrMP4_PROC_TRACK_S tracks; /* head of a circular list of this muxer's track records */
 } zrMP4_PROC_MUXER_S;

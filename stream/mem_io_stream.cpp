@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "base/memory_out.h"
+
 namespace zrmp4 {
 
 MemIOStream::~MemIOStream() { delete[] mBuffer; }
@@ -54,7 +56,10 @@ bool MemIOStream::grow(ZR_U64 needed) {
   const ZR_U64 doubled = static_cast<ZR_U64>(mCapacity) * 2;
   const ZR_U32 capacity = static_cast<ZR_U32>(doubled > needed && doubled <= 0xFFFFFFFFu ? doubled : needed);
   ZR_U8* buffer = new (std::nothrow) ZR_U8[capacity];
-  if (buffer == nullptr) return false;
+  if (buffer == nullptr) {
+    NoteMemoryOut();
+    return false;
+  }
   if (mSize != 0) std::memcpy(buffer, mBuffer, mSize);
   delete[] mBuffer;
   mBuffer = buffer;
