@@ -11,7 +11,7 @@
  * place, by ZR_MP4_RepairFile.
  *
  * Status codes. Every function answers 0 on success and one of the codes below otherwise; each failure was logged
- * through ZR_LOG_Printf (zr_log.h) where it was seen, except ZR_ERR_MP4_NULL_PTR, which has no message.
+ * through ZR_LOG_Printf (zr_log.h) where it was seen, except null arguments and ZR_ERR_MP4_ATOM_BUF.
  * ZR_ERR_MP4_NO_MEMORY can come from any function that takes memory. No C++ exception leaves the library.
  *
  * Threads. Different handles may be used from any number of threads. On one handle ZR_MP4_CreateTrack,
@@ -25,10 +25,12 @@
  * frame, every frame carries a private header, and at every multiple of the backup unit stands a snapshot of the
  * sample tables. A frame is safe
  *   - from a killed process once the kernel has it: at the latest when u32VBufSize bytes have followed it;
- *   - from a power loss once it was synced: before each snapshot, and in between every 4 MiB and every second.
+ *   - from a power loss once it was synced: before each snapshot, and in between when a frame comes and 4 MiB were
+ *     written, or a second has passed both by the clock and by the time stamps; on a card where a sync takes more
+ *     than 100 ms, up to every 64 MiB and 16 seconds.
  * Write-out is started behind the writer for every 256 KiB so that these syncs are short. With ZR_MP4_SYNC=off in the
- * environment when the file is created nothing is synced: a killed process loses no more than before, a power loss
- * may take everything that the kernel had not written by itself (30 seconds on a usual Linux).
+ * environment when the file is created or repaired nothing is synced: a killed process loses no more than before, a
+ * power loss may take everything that the kernel had not written by itself (30 seconds on a usual Linux).
  *
  * Choosing u32BackupUnit. A frame and the snapshot before it must fit between two multiples of the unit: take at
  * least four times the largest frame; 16 MiB suits most recordings. When a frame does not fit, it is written all
@@ -80,7 +82,7 @@ typedef uintptr_t ZR_MP4_TRACK_HANDLE; /* a track of an open file, 0 means none;
 #define ZR_ERR_MP4_NO_MEMORY 0xA1298042u      /* memory is out */
 #define ZR_ERR_MP4_OPEN 0xA1298043u           /* the file opened but the session could not be set up, or 32 are live */
 #define ZR_ERR_MP4_CLOSE 0xA1298044u          /* the file could not be flushed, synced or closed */
-#define ZR_ERR_MP4_WRITE_HEAD 0xA1298045u     /* the head of the file could not be written */
+#define ZR_ERR_MP4_WRITE_HEAD 0xA1298045u     /* not answered: ZR_ERR_MP4_OPEN is */
 #define ZR_ERR_MP4_WRITE_TAIL 0xA1298046u     /* the movie box or what follows it could not be written */
 #define ZR_ERR_MP4_HANDLE_INVALID 0xA1298048u /* not a live handle; a destroyed one's value may be given out again */
 #define ZR_ERR_MP4_WRITE_BACKUP 0xA1298050u   /* a frame, or crash-safety data before it, could not be written */
@@ -91,8 +93,8 @@ typedef uintptr_t ZR_MP4_TRACK_HANDLE; /* a track of an open file, 0 means none;
 #define ZR_ERR_MP4_ATOM_BUF 0xA1298056u       /* the caller's buffer is too small for the box */
 #define ZR_ERR_MP4_NO_TRACK_CFG 0xA1298061u   /* the file has no usable movie header or track configuration */
 #define ZR_ERR_MP4_OPEN_FILE 0xA1298063u      /* the path or descriptor could not be opened */
-#define ZR_ERR_MP4_READ 0xA1298065u           /* the boxes of the file could not be read */
-#define ZR_ERR_MP4_BACKUP 0xA1298067u         /* a snapshot, its padding or the copy of a box could not be written */
+#define ZR_ERR_MP4_READ 0xA1298065u           /* not answered: ZR_ERR_MP4_OPEN is */
+#define ZR_ERR_MP4_BACKUP 0xA1298067u         /* not answered: ZR_ERR_MP4_WRITE_BACKUP is */
 #define ZR_ERR_MP4_FILE_SIZE 0xA1298069u      /* the file has reached the limit of its offset width */
 
 #define ZR_MP4_BOX_MAX_DATALEN 512000u /* largest payload of ZR_MP4_AddAtom, bytes */
@@ -132,8 +134,9 @@ typedef ZR_ENUM(zrMP4_CODECID_E) {
 typedef struct zrMP4_MUXER_CONFIG_S {
     ZR_U32 u32PreAllocUnit; /* file space reserved at a time, bytes: 0 (none) to 104857600 */
     ZR_U32 u32VBufSize;     /* write buffer, bytes: 1 to 5242880; 65536 keeps the loss of a killed process small */
-    ZR_BOOL bCo64Flag;      /* ZR_TRUE: 64-bit chunk offsets, no 4 GiB limit */
-    ZR_BOOL bConstantRate;  /* ZR_TRUE: each sample of a video or metadata track lasts time scale / frame rate ticks */
+    ZR_BOOL bCo64Flag;      /* ZR_TRUE, no other value: 64-bit chunk offsets, no 4 GiB limit */
+    ZR_BOOL bConstantRate;  /* ZR_TRUE: each sample of a video or metadata track lasts time scale / frame rate ticks,
+                             * rounded down (metadata divided by its speed too) */
     ZR_U32 u32BackupUnit;   /* bytes between snapshots: 0 (no crash safety) or 524288 to 524288000 */
     zrMP4_FORMAT_PROFILE_E enFormatProfile;
 } zrMP4_MUXER_CONFIG_S;
@@ -144,9 +147,10 @@ typedef struct zrMP4_DEMUXER_CONFIG_S {
 
 typedef struct zrMP4_CONFIG_S {
     char aszFileName[256]; /* path, at most 255 characters; may be empty when s32Fd is given */
-    ZR_S32 s32Fd;          /* an open descriptor, or -1. It wins over the name. The library works on a duplicate of its
-                            * own, a muxer cuts the file to nothing and writes from its start; the caller closes its
-                            * own descriptor, at any time. It must be able to seek, and loses O_APPEND. */
+    ZR_S32 s32Fd;          /* an open descriptor, or -1 (0 is one too). It wins over the name. The library
+                            * works on a duplicate of its own, a muxer cuts the file to nothing and writes from its
+                            * start; the caller closes its own descriptor, at any time. It must be able to seek, and
+                            * loses O_APPEND. */
     zrMP4_CONFIG_TYPE_E enConfigType;
     union {
         zrMP4_MUXER_CONFIG_S stMuxerConfig;     /* ZR_MP4_CONFIG_MUXER */
@@ -163,8 +167,8 @@ typedef struct zrMP4_VIDEO_INFO_S {
 } zrMP4_VIDEO_INFO_S;
 
 typedef struct zrMP4_AUDIO_INFO_S {
-    ZR_U32 u32Channels;       /* not 0 */
-    ZR_U32 u32SampleRate;     /* Hz, not 0; the track's time scale is best the same */
+    ZR_U32 u32Channels;       /* not 0; for AAC at most 6 */
+    ZR_U32 u32SampleRate;     /* Hz, not 0; the track's time scale is best the same, and a multiple of it otherwise */
     ZR_U32 u32SamplePerFrame; /* audio samples in one frame, not 0: 1024 for AAC, 1152 for MP3 */
     ZR_U16 u16SampleSize;     /* bits per audio sample, not 0 */
     zrMP4_CODECID_E enCodecID;
@@ -210,7 +214,7 @@ typedef struct zrMP4_FILE_INFO_S {
     ZR_U32 u32Duration;    /* milliseconds; 0 until the movie box was written */
     char aszHdlrName[256]; /* handler name of the first track */
     ZR_BOOL bCo64Flag;
-    ZR_U32 u32TrackNum;
+    ZR_U32 u32TrackNum; /* tracks with a handle: those of a file that cannot be read back are left out */
     ZR_U32 u32BackupUnit; /* bytes, 0 without crash safety */
 } zrMP4_FILE_INFO_S;
 
@@ -238,8 +242,9 @@ ZR_API ZR_U32 ZR_MP4_Destroy(ZR_MP4_HANDLE hMP4, ZR_U64* pu64Duration) ZR_NOEXCE
  *   ZR_ERR_MP4_NULL_PTR, ZR_ERR_MP4_HANDLE_INVALID; otherwise 0, whatever became of the writing: a failure is
  *   logged, the tracks stay, and the call can be repeated, for example when space was made on the card. Frames
  *   are refused from then on. ZR_MP4_GetAtom(h, "/moov/trak", ...) answering ZR_ERR_MP4_ATOM_NOT_FOUND tells that all
- *   went well: the tracks are gone.
- * Any thread. Once ZR_MP4_Destroy has returned 0 after it, the file plays and survives a power loss. */
+ *   went well: the tracks are gone. A recording without tracks gets no movie box.
+ * Any thread. Once the tracks are gone and ZR_MP4_Destroy has returned 0, the file plays and, with syncing on,
+ * survives a power loss. */
 ZR_API ZR_U32 ZR_MP4_DestroyAllTracks(ZR_MP4_HANDLE hMP4, ZR_MP4_DURATION_CALLBACK fnDuration) ZR_NOEXCEPT;
 
 /* Adds a track to a recording and stores its handle. Tracks may be added while frames of others are written, but
@@ -264,16 +269,18 @@ ZR_API ZR_U32 ZR_MP4_CreateTrack(ZR_MP4_HANDLE hMP4, ZR_MP4_TRACK_HANDLE* phTrac
  *   ZR_ERR_MP4_NO_MEMORY      its table entries found no memory
  *   ZR_ERR_MP4_FILE_SIZE      the file has reached its limit: finish it. The frame is written, unless it would
  *                             begin beyond 4 GiB in a file with 32-bit offsets
- * A refused frame leaves nothing behind, and the recording can go on. The bytes are in the library's buffer or the
- * kernel's when the call returns; the caller keeps its own. Frames of several tracks may come from several threads
- * and are stored in the order of arrival. For what survives a crash see the top of this file. */
+ * A refused frame leaves nothing behind but the parameter sets that it brought, and the recording can go on. The
+ * bytes are in the library's buffer or the kernel's when the call returns; the caller keeps its own. Frames of several
+ * tracks may come from several threads and are stored in the order of arrival. For what survives a crash see the top
+ * of this file. */
 ZR_API ZR_U32 ZR_MP4_WriteFrame(ZR_MP4_HANDLE hMP4, ZR_MP4_TRACK_HANDLE hTrack,
                                 const zrMP4_FRAME_DATA_S* pstFrameData) ZR_NOEXCEPT;
 
 /* Adds a box of the caller's to a recording: at "/" it follows the movie box, at a path such as "/moov" or
  * "/moov/trak[0]" it becomes the last child there. The path is at most 64 characters long and starts with "/".
  *   ZR_ERR_MP4_NULL_PTR, ZR_ERR_MP4_HANDLE_INVALID,
- *   ZR_ERR_MP4_ILLEGAL_PARAM (path, type, length, no such parent, not recording), ZR_ERR_MP4_NO_MEMORY,
+ *   ZR_ERR_MP4_ILLEGAL_PARAM (path, type, length, no such parent, not recording; ftyp, mdat, mvhd, tkhd, mdhd,
+ *   hdlr, smhd, dinf, dref or stbl anywhere in the path, or ftyp, mdat or moov as the type), ZR_ERR_MP4_NO_MEMORY,
  *   ZR_ERR_MP4_ATOM_DATA
  * Path and payload are copied. Any thread. With a backup unit a copy goes into the media data, so that repair
  * restores the box; when that copy fails the box stands all the same, with a message in the log. */
@@ -282,7 +289,9 @@ ZR_API ZR_U32 ZR_MP4_AddAtom(ZR_MP4_HANDLE hMP4, const char* pszAtomPath,
 
 /* Describes the track with this 0-based index and stores its handle (0 for a track that cannot be read back).
  *   ZR_ERR_MP4_NULL_PTR, ZR_ERR_MP4_HANDLE_INVALID,
- *   ZR_ERR_MP4_ILLEGAL_PARAM (no such track, or a track of a recording that is not finished)
+ *   ZR_ERR_MP4_ILLEGAL_PARAM (no such track, a track of a recording that is not finished, or a movie that is 0
+ *   long: one of audio or metadata alone)
+ * A codec that the library does not know, and that of metadata, is told as 13.
  * Bit rate is that of the whole file, frame rate the average; speed and samples per frame of audio are known only
  * for files recorded with a backup unit (else 1.0 and left as they are). Must not overlap a write on the handle. */
 ZR_API ZR_U32 ZR_MP4_GetTrackByIndex(ZR_MP4_HANDLE hMP4, ZR_U32 u32Index, zrMP4_TRACK_INFO_S* pstTrackInfo,
@@ -310,8 +319,8 @@ ZR_API ZR_U32 ZR_MP4_GetFileInfo(ZR_MP4_HANDLE hMP4, zrMP4_FILE_INFO_S* pstFileI
  *   backup unit, or cut before anything of the first frame was there), ZR_ERR_MP4_NO_TRACK_CFG (cut inside the
  *   configuration of the tracks, in front of the first frame), ZR_ERR_MP4_CREATE_TRACK, ZR_ERR_MP4_REPAIR_MOOV,
  *   ZR_ERR_MP4_WRITE_TAIL
- * A finished file with backups is left alone and answered with 0; so is a file whose frames were all cut off, which
- * then holds its tracks and no sample. Only what cannot be kept is overwritten, so a
+ * A finished file with backups is left alone and answered with 0; one whose frames were all cut off is repaired,
+ * and then holds its tracks and no sample. Only what cannot be kept is overwritten, so a
  * repair that was itself cut off can be repeated. No other process or handle may have the file open. */
 ZR_API ZR_U32 ZR_MP4_RepairFile(const char* pszFileName, ZR_BOOL bParseExtraFrame) ZR_NOEXCEPT;
 
@@ -322,7 +331,7 @@ ZR_API ZR_U32 ZR_MP4_RepairFile(const char* pszFileName, ZR_BOOL bParseExtraFram
 typedef struct zrMP4_PROC_TRACK_S {
     ZR_S32 seq; /* 1 for the muxer's first track */
     ZR_U32 frameCount;
-    ZR_U64 firstPts; /* microseconds, 0 until the first frame */
+    ZR_U64 firstPts; /* microseconds, the first time stamp that is not 0 */
     zrMP4_TRACK_TYPE_E trackType;
     zrMP4_CODECID_E codecId;
     struct zrMP4_PROC_TRACK_S* next;
