@@ -249,14 +249,15 @@ std::vector<TrackView> RecordedFile::tracks() const {
     const std::string trak = "moov/trak[" + std::to_string(i) + "]";
     const Box* mdhd = find(trak + "/mdia/mdhd");
     const std::string stbl = trak + "/mdia/minf/stbl";
-    if (mdhd == nullptr || find(stbl) == nullptr) return tracks;
+    const Box* tkhd = find(trak + "/tkhd");
+    const Box* stsd = find(stbl + "/stsd");
+    if (mdhd == nullptr || tkhd == nullptr || stsd == nullptr || stsd->children.empty()) return tracks;
     TrackView track;
     const bool wide = number(mdhd->payload(), 1) == 1;
     track.timeScale = static_cast<std::uint32_t>(number(mdhd->payload() + (wide ? 20 : 12), 4));
     track.duration = number(mdhd->payload() + (wide ? 24 : 16), wide ? 8 : 4);
-    const Box* tkhd = find(trak + "/tkhd");
     track.id = static_cast<std::uint32_t>(number(tkhd->payload() + 12, 4));
-    track.entry = find(trak + "/mdia/minf/stbl/stsd")->children.at(0).type;
+    track.entry = stsd->children[0].type;
     track.tables = tables(stbl);
 
     const Tables& all = track.tables;
