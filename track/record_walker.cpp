@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "box/user_def_atom.h"
+
 namespace zrmp4 {
 
 bool RecordWalker::Plausible(const PrivSampleHeader& header) {
@@ -39,9 +41,8 @@ RecordWalker::Record RecordWalker::readRecord() {
 // The box at the stream's position and a path of 1 to 64 characters make up the record's body.
 bool RecordWalker::readUserBoxSize(ZR_U32 bodySize) {
   constexpr ZR_U32 kBoxHeader = 8;
-  constexpr ZR_U32 kLongestPath = 64;
   if (mStream->readBe32(&mUserBoxSize) != 4 || mUserBoxSize < kBoxHeader) return false;
-  return mUserBoxSize < bodySize && bodySize - mUserBoxSize <= kLongestPath;
+  return mUserBoxSize < bodySize && bodySize - mUserBoxSize <= kMaxUserBoxPath;
 }
 
 bool RecordWalker::readTableGroup(ZR_U64 at) {
