@@ -1,5 +1,7 @@
-// Public calls in any order, with good and bad arguments, dead handles among them.
+// Public calls in any order, with good and bad arguments, dead handles among them. What any bytes do in frames, boxes
+// and files is told by the other targets.
 #include <cstring>
+#include <deque>
 #include <utility>
 
 #include "fuzz/fuzz.h"
@@ -24,7 +26,7 @@ class Caller {
   explicit Caller(Input in) : mIn(in) {}
 
   void run() {
-    while (!mIn.empty() && mCalls++ < 100) call(mIn.byte());
+    while (!mIn.empty() && mCalls++ < 48) call(mIn.byte());
     for (const ZR_MP4_HANDLE handle : mHandles) ZR_MP4_Destroy(handle, nullptr);
     for (const MemoryFile& file : mFiles) RecordedFile(file.path()).tracks();
     MP4_PROC_DestroyTrack(mMuxer);
@@ -33,7 +35,7 @@ class Caller {
 
  private:
   void call(unsigned kind) {
-    switch (kind % 20) {
+    switch (kind % 19) {
       case 0: case 1: return create(true);
       case 2: return create(false);
       case 3: case 4: return createTrack();
@@ -47,23 +49,30 @@ class Caller {
         ZR_MP4_DestroyAllTracks(handle(), mIn.byte() % 2 ? Hook : nullptr);
         return;
       case 16: ZR_MP4_Destroy(handle(), mIn.byte() % 2 ? &mDuration : nullptr); return;
-      case 17: ZR_MP4_RepairFile(fileName().c_str(), mIn.byte() % 2); return;
-      case 18: return statistics();
-      default: return cut();
+      case 17: return repair();
+      default: return statistics();
     }
   }
 
+  // Every recording has its own file: what two of them make of one is any bytes.
+  MemoryFile& file(unsigned which) {
+    if (mFiles.empty()) mFiles.emplace_back();
+    return mFiles[mFiles.size() - 1 - which % mFiles.size()];
+  }
+
+  static std::string BadName(unsigned which) { return std::string(which % 2 * which, '/'); }
   std::string fileName() {
     const unsigned which = mIn.byte();
-    if (which % 16 == 15) return std::string(which, '/');
-    return which % 16 == 14 ? "" : mFiles[which % 2].path();
+    return which >= 0xF8 ? BadName(which) : file(which).path();
   }
 
   void create(bool writes) {
     zrMP4_CONFIG_S config = {};
-    fileName().copy(config.aszFileName, sizeof(config.aszFileName));
+    if (writes) mFiles.emplace_back();
+    const std::string name = writes ? mFiles.back().path() : fileName();
     const unsigned flags = mIn.byte();
-    config.s32Fd = flags & 1u ? mFiles[0].descriptor() : flags & 2u ? -2 : -1;
+    name.copy(config.aszFileName, flags == 0xF7 ? 0 : sizeof(config.aszFileName));
+    config.s32Fd = flags & 1u ? file(0).descriptor() : flags & 2u ? -2 : -1;
     config.enConfigType = writes ? ZR_MP4_CONFIG_MUXER : ZR_MP4_CONFIG_DEMUXER;
     if (flags >= 0xF8) config.enConfigType = static_cast<zrMP4_CONFIG_TYPE_E>(flags);
     const ZR_U32 size = mIn.oneOf(kSizes);
@@ -104,7 +113,7 @@ class Caller {
       case 1: return DeltaFrame(mIn.byte() + 1);
       case 2: return AacFrame(mIn.byte());
       case 3: return Data(mIn.number(2) * 8, 7);  // snapshots are far apart
-      default: return Data(mIn.byte(), 0);  // what any bytes do to a track is told by write_frames
+      default: return Data(mIn.byte(), 0);
     }
   }
 
@@ -126,12 +135,25 @@ class Caller {
   }
 
   void addAtom() {
-    Data data = mIn.byte() % 8 ? mIn.bytes() : Data(mIn.number(3), 1);
+    Data data(mIn.number(mIn.byte() % 8 ? 1 : 3), 1);
     zrMP4_ATOM_INFO_S info = {static_cast<ZR_U32>(data.size()), "", data.empty() ? nullptr : data.data()};
     std::memcpy(info.aszType, mIn.oneOf(kTypes), 4);
     if (mIn.byte() == 0xFF) info.aszType[4] = 'x';
     const ZR_MP4_HANDLE file = handle();
     ZR_MP4_AddAtom(file, path().c_str(), &info);
+  }
+
+  // Of a copy, as a crash leaves it.
+  void repair() {
+    const unsigned which = mIn.byte();
+    const ZR_BOOL extra = mIn.byte() % 2;
+    if (which >= 0xF8) {
+      ZR_MP4_RepairFile(BadName(which).c_str(), extra);
+      return;
+    }
+    const Data bytes = file(which).bytes();
+    mFiles.emplace_back().set(bytes, bytes.size());
+    ZR_MP4_RepairFile(mFiles.back().path().c_str(), extra);
   }
 
   void statistics() {
@@ -153,19 +175,9 @@ class Caller {
     }
   }
 
-  // A crash, or somebody who does not know that the file is in use.
-  void cut() {
-    const MemoryFile& file = mFiles[mIn.byte() % 2];
-    const Data bytes = file.bytes();
-    const std::size_t length = std::min<std::size_t>(bytes.size(), mIn.number(2));
-    MemoryFile copy;
-    copy.set(bytes, length, mIn.byte());
-    ZR_MP4_RepairFile(copy.path().c_str(), ZR_TRUE);
-  }
-
   Input mIn;
   int mCalls = 0;
-  MemoryFile mFiles[2];
+  std::deque<MemoryFile> mFiles;
   std::vector<ZR_MP4_HANDLE> mHandles;
   std::vector<ZR_MP4_TRACK_HANDLE> mTracks;
   zrMP4_PROC_MUXER_S* mMuxer = nullptr;
