@@ -60,6 +60,12 @@ std::string Told(const RecordedFile& file) {
   return text.str();
 }
 
+bool EndsInZeros(const Data& data) {
+  constexpr std::ptrdiff_t kFewestOfPage = 8;
+  const auto written = std::find_if(data.rbegin(), data.rend(), [](ZR_U8 byte) { return byte != 0; });
+  return written - data.rbegin() >= kFewestOfPage;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -68,9 +74,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Outcome outcome = Play(session, file.path(), session.calls.size(), true);
   Require(outcome.status == 0, "cannot be finished");
   std::vector<std::size_t> accepted(session.tracks.size());
+  const Data* last = nullptr;
   for (std::size_t i = 0; i < session.calls.size(); ++i) {
     const int track = session.calls[i].track;
-    if (track != Call::kBox && outcome.statuses[i] == 0) ++accepted[static_cast<std::size_t>(track)];
+    if (track == Call::kBox || outcome.statuses[i] != 0) continue;
+    ++accepted[static_cast<std::size_t>(track)];
+    last = &session.calls[i].data;
   }
   const RecordedFile finished(file.path());
   Require(ProblemOf(finished).empty(), ProblemOf(finished));
@@ -79,7 +88,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(found == accepted, "another number of tracks or frames");
   const std::string told = Told(finished);
 
-  if (session.unit == 0 || accepted == std::vector<std::size_t>(accepted.size())) return 0;
+  if (session.unit == 0 || last == nullptr) return 0;
+  // Zeros at the end of a file may be a page that never reached the disk.
+  if (EndsInZeros(*last)) return 0;
   Play(session, file.path(), session.calls.size(), false);
   Require(ZR_MP4_RepairFile(file.path().c_str(), ZR_TRUE) == 0, "cannot be repaired");
   const RecordedFile repaired(file.path());
